@@ -1,0 +1,18 @@
+// The text console: a character grid in guest memory at TextBuffer.
+#pragma once
+
+#include <cstdint>
+
+struct Machine;
+
+struct Console {
+    int32_t scr_mode = 0;  // 0 large font, 1 small font
+    int32_t curr_CPR = 20, curr_RPS = 5;  // columns per row, rows per screen
+    int32_t small_left = 0, small_up = 0, small_down = 0;
+    int32_t scr_x = 0, scr_y = 0, scr_off = 0;
+    // While set, console text goes to standard output instead of the grid.
+    int32_t verbose_mode = 1;
+};
+
+// Sets the grid geometry for the font size, homes the cursor, clears the cells.
+void setscreen(Machine& m, int mode);

@@ -1,0 +1,37 @@
+// The guest screen: two 320x240 planes of one byte per pixel, graphics mode,
+// colours and palette.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+inline constexpr int kPlaneStride = 320;
+inline constexpr int kPlaneSize = 320 * 240;  // 76,800 bytes
+
+struct Screen {
+    // Plane 0 (visible) then plane 1 (buffer).
+    alignas(4) uint8_t ScreenBuffer[2 * kPlaneSize] = {};
+    int32_t ScreenWidth = 160, ScreenHeight = 80;
+    uint16_t graph_mode = 8, bgcolor = 0, fgcolor = 255;
+    uint8_t palette[768] = {};  // 256 entries stored blue, green, red
+    uint16_t pal[256] = {};     // RGB565, rebuilt when palette_change is set
+    uint8_t palette_change = 0;
+    uint8_t GRAY = 0;
+    uint8_t need_clean = 0;
+
+    // Drawing registers shared by all drawing code.
+    uint16_t xx = 0, yy = 0;
+    uint32_t m1l = 0;
+    uint8_t lcmd = 0, no_buf = 0, negative = 0;
+};
+
+void calcPalette(Screen& s);
+void Palette2(Screen& s);
+void Palette16(Screen& s);
+void Palette256(Screen& s);
+void SetPalette(Screen& s);
+void Color256Init(Screen& s);
+void ClearNdsScreen(Screen& s);
+// Hook for a change of the guest screen size; nothing to do in the core.
+void SetWindow(Screen& s);
+void Adjust_Window(Screen& s, int width, int height, bool force);

@@ -1,0 +1,170 @@
+// tvxrun: runs a .tvx program with no window. The program's exit code
+// becomes the process's exit status.
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "vm/interp.h"
+#include "vm/loader.h"
+#include "vm/opcodes.h"
+
+namespace {
+
+constexpr int kStatusStepLimit = 124;
+constexpr int kStatusUsage = 125;
+constexpr int kStatusLoad = 126;
+
+const char* const kUsage =
+    "Usage: tvxrun [options] PROGRAM.tvx [ARGUMENT...]\n"
+    "Runs a Tovix program without a window; the exit status is the program's\n"
+    "exit code (low 8 bits).\n"
+    "\n"
+    "Options:\n"
+    "  --max-steps N   stop after N instructions (status 124)\n"
+    "  --trace         print each instruction with its code offset (stderr)\n"
+    "  --stats         print the instruction count and speed (stderr)\n"
+    "  --log-stdout    write the machine log to standard output (default: stderr)\n"
+    "  -h, --help      show this help\n"
+    "\n"
+    "Exit status: the program's exit code; 124 step limit reached;\n"
+    "125 usage error; 126 the program could not be loaded.\n";
+
+struct RunHost : Host {
+    FILE* log_to = stderr;
+    void log(std::string_view text) override {
+        std::fwrite(text.data(), 1, text.size(), log_to);
+        std::fflush(log_to);
+    }
+};
+
+// One line of the trace: offset, mnemonic and operands as encoded.
+void trace_line(const Machine& m) {
+    const uint32_t pc = m.lPC;
+    if (pc >= m.code_end) {
+        std::fprintf(stderr, "%06X  (outside the image)\n", pc);
+        return;
+    }
+    const uint8_t op = m.code[pc];
+    const OpInfo& info = op_info[op];
+    if (!info.name) {
+        std::fprintf(stderr, "%06X  .byte 0x%02X\n", pc, op);
+        return;
+    }
+    const int n = operand_size(info.operand, static_cast<int>(m.RamBits));
+    auto num = [&](uint32_t at, int bytes) {
+        uint32_t v = 0;
+        for (int i = 0; i < bytes; ++i) v |= static_cast<uint32_t>(m.code[at + static_cast<uint32_t>(i)]) << (8 * i);
+        return v;
+    };
+    std::string text = std::string(op_mnemonic(op));
+    char buf[64];
+    switch (info.operand) {
+        case Operand::None: break;
+        case Operand::Byte:
+            std::snprintf(buf, sizeof buf, " %u", num(pc + 1, 1));
+            text += buf;
+            break;
+        case Operand::Imm16:
+            std::snprintf(buf, sizeof buf, " %d", static_cast<int16_t>(num(pc + 1, 2)));
+            text += buf;
+            break;
+        case Operand::Imm32:
+            std::snprintf(buf, sizeof buf, " %d", static_cast<int32_t>(num(pc + 1, 4)));
+            text += buf;
+            break;
+        case Operand::AddrByte: {
+            const int a = n - 1;
+            std::snprintf(buf, sizeof buf, " 0x%X, %u", num(pc + 1, a), num(pc + 1 + static_cast<uint32_t>(a), 1));
+            text += buf;
+            break;
+        }
+        case Operand::String: text += " \"...\""; break;
+        case Operand::Preset:
+            std::snprintf(buf, sizeof buf, " 0x%X, (%u bytes)", num(pc + 1, n < 0 ? (m.RamBits > 16 ? 3 : 2) : n),
+                          num(pc + 1 + (m.RamBits > 16 ? 3u : 2u), 2));
+            text += buf;
+            break;
+        default:
+            std::snprintf(buf, sizeof buf, " 0x%X", num(pc + 1, n));
+            text += buf;
+            break;
+    }
+    std::fprintf(stderr, "%06X  %s\n", pc, text.c_str());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    uint64_t max_steps = UINT64_MAX;
+    bool trace = false, stats = false, log_stdout = false;
+    std::string program;
+    std::string args;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        if (program.empty() && (a == "-h" || a == "--help")) {
+            std::fputs(kUsage, stdout);
+            return 0;
+        } else if (program.empty() && a == "--max-steps" && i + 1 < argc) {
+            char* end = nullptr;
+            max_steps = std::strtoull(argv[++i], &end, 10);
+            if (!end || *end || max_steps == 0) {
+                std::fprintf(stderr, "tvxrun: --max-steps needs a positive number\n");
+                return kStatusUsage;
+            }
+        } else if (program.empty() && a == "--trace") {
+            trace = true;
+        } else if (program.empty() && a == "--stats") {
+            stats = true;
+        } else if (program.empty() && a == "--log-stdout") {
+            log_stdout = true;
+        } else if (program.empty() && a.size() > 1 && a[0] == '-') {
+            std::fprintf(stderr, "tvxrun: unknown option %s\n%s", a.c_str(), kUsage);
+            return kStatusUsage;
+        } else if (program.empty()) {
+            program = a;
+        } else {
+            if (!args.empty()) args += ' ';
+            args += a;
+        }
+    }
+    if (program.empty()) {
+        std::fputs(kUsage, stderr);
+        return kStatusUsage;
+    }
+
+    RunHost host;
+    host.log_to = log_stdout ? stdout : stderr;
+    auto m = std::make_unique<Machine>();
+    m->host = &host;
+    m->tvxFilePath = program;
+    m->tvxProgArgs = args;
+    m->single_program_mode = 1;
+    Color256Init(*m);
+    if (!vm_start(*m)) return kStatusLoad;
+
+    const auto t0 = std::chrono::steady_clock::now();
+    uint64_t steps = 0;
+    if (trace) {
+        while (steps < max_steps && !m->force_exit_tvx.load(std::memory_order_relaxed)) {
+            trace_line(*m);
+            vm_step(*m);
+            ++steps;
+        }
+    } else {
+        steps = vm_run_steps(*m, max_steps);
+    }
+    const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    std::fflush(stdout);
+    if (stats)
+        std::fprintf(stderr, "tvxrun: %" PRIu64 " instructions in %.3f s (%.1f million/s)\n", steps, secs,
+                     secs > 0 ? static_cast<double>(steps) / secs / 1e6 : 0.0);
+    if (!m->exited) {
+        std::fprintf(stderr, "tvxrun: stopped after %" PRIu64 " instructions (step limit)\n", steps);
+        return kStatusStepLimit;
+    }
+    return m->exit_code & 0xFF;
+}

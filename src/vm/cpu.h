@@ -1,0 +1,185 @@
+// Interpreter registers, the program image and guest memory.
+#pragma once
+
+#include <atomic>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+inline constexpr uint32_t kRamSize = 0x100000;  // tovix_ram: 1 MiB
+inline constexpr uint32_t kRamMask = kRamSize - 1;
+inline constexpr uint32_t kCmdLine = 0x0700;
+inline constexpr uint32_t kTextBuffer = 0x1400;
+inline constexpr uint32_t kEvalStack = 0x1B00;
+inline constexpr uint32_t kStringStack = 0x1C00;
+inline constexpr uint32_t kStringRing = 768;
+inline constexpr uint32_t kProgramData = 0x2000;
+inline constexpr uint32_t kFuncStack = 1024;
+
+// Bytes of 0xFF (an undefined opcode) after the image's terminating zero, so
+// that fixed-size operands read near the end never leave the buffer and the
+// next fetch past the end lands on the off-image handler.
+inline constexpr uint32_t kImagePad = 8;
+
+// A loaded .tvx file: the file bytes, one zero byte, then kImagePad bytes.
+struct TvxImage {
+    std::vector<uint8_t> bytes;
+    uint32_t file_size = 0;  // bytes of the file; index file_size holds 0
+    uint32_t end() const { return file_size + 1; }  // first offset outside the image
+};
+
+struct Cpu {
+    // Program image and program counter (an offset into the image).
+    std::unique_ptr<TvxImage> pTOVI;
+    const uint8_t* code = nullptr;  // pTOVI->bytes.data(), cached for the fetch loop
+    uint32_t code_end = 0;          // pTOVI->end()
+    uint32_t lPC = 0;
+
+    // Guest memory: every guest address is an offset from lRam, reduced into
+    // the 1 MiB block.
+    uint32_t lRam = 0;
+    uint32_t RamBits = 16;
+    uint32_t addr_mask = 0xFFFF;  // 0xFFFF for 16-bit programs, else 0xFFFFFF
+
+    uint8_t eval_top = 0;
+    uint32_t a1 = 0, a3 = 0, result = 0;
+    uint32_t func_x = 0;
+    uint32_t TextBuffer = kTextBuffer, eval_stack = kEvalStack, string_stack = kStringStack;
+    uint32_t string_ptr = kStringStack;
+    uint32_t local_bp = 0, local_sp = 0;
+    uint8_t secret = 0;
+    int64_t d_line = -1;
+    uint32_t ramuses = 0, ramusee = 0, ramarm = 0;
+    int64_t seed = 0;
+    uint32_t cur_funcid = 0, func_top = 0;
+    uint32_t func_stack[kFuncStack] = {};
+    int32_t delay = 0, wait_key = 0, line_mode = 0;
+    int32_t have_pen = 0, have_keypad = 1;
+
+    // Set by the front-end (or the exit call in single-program mode) to stop
+    // the interpreter loop; consumed by jumps and calls as a normal exit.
+    std::atomic<uint8_t> force_exit_tvx{0};
+
+    alignas(64) uint8_t tovix_ram[kRamSize] = {};
+    uint8_t negative_tbl[256] = {};
+
+    uint8_t* VRam() { return tovix_ram; }
+};
+
+static_assert(std::endian::native == std::endian::little, "guest memory access assumes a little-endian host");
+
+inline uint32_t ram_index(const Cpu& c, uint32_t a) { return (c.lRam + a) & kRamMask; }
+
+inline uint8_t lRamRead(const Cpu& c, uint32_t a) { return c.tovix_ram[ram_index(c, a)]; }
+
+inline int32_t lRamRead2(const Cpu& c, uint32_t a) {
+    const uint32_t i = ram_index(c, a);
+    uint16_t v;
+    if (i <= kRamSize - 2) [[likely]] {
+        std::memcpy(&v, c.tovix_ram + i, 2);
+    } else {
+        v = static_cast<uint16_t>(c.tovix_ram[i] | c.tovix_ram[(i + 1) & kRamMask] << 8);
+    }
+    return static_cast<int16_t>(v);
+}
+
+inline uint32_t lRamRead4(const Cpu& c, uint32_t a) {
+    const uint32_t i = ram_index(c, a);
+    uint32_t v;
+    if (i <= kRamSize - 4) [[likely]] {
+        std::memcpy(&v, c.tovix_ram + i, 4);
+    } else {
+        v = 0;
+        for (uint32_t k = 0; k < 4; ++k) v |= static_cast<uint32_t>(c.tovix_ram[(i + k) & kRamMask]) << (8 * k);
+    }
+    return v;
+}
+
+inline void lRamWrite(Cpu& c, uint32_t a, uint32_t v) { c.tovix_ram[ram_index(c, a)] = static_cast<uint8_t>(v); }
+
+inline void lRamWrite2(Cpu& c, uint32_t a, uint32_t v) {
+    const uint32_t i = ram_index(c, a);
+    if (i <= kRamSize - 2) [[likely]] {
+        const uint16_t w = static_cast<uint16_t>(v);
+        std::memcpy(c.tovix_ram + i, &w, 2);
+    } else {
+        c.tovix_ram[i] = static_cast<uint8_t>(v);
+        c.tovix_ram[(i + 1) & kRamMask] = static_cast<uint8_t>(v >> 8);
+    }
+}
+
+inline void lRamWrite4(Cpu& c, uint32_t a, uint32_t v) {
+    const uint32_t i = ram_index(c, a);
+    if (i <= kRamSize - 4) [[likely]] {
+        std::memcpy(c.tovix_ram + i, &v, 4);
+    } else {
+        for (uint32_t k = 0; k < 4; ++k) c.tovix_ram[(i + k) & kRamMask] = static_cast<uint8_t>(v >> (8 * k));
+    }
+}
+
+// Copies n guest bytes forward, byte after byte where the areas overlap (so
+// an overlapping copy repeats the pattern, as a plain forward copy does), and
+// wraps at the end of the block.
+void lmemcpy(Cpu& c, uint32_t dst, uint32_t src, uint32_t n);
+
+// Host pointer to guest address a and the number of bytes that can be used
+// there before the block ends (for bulk operations that clamp to the block).
+inline uint8_t* guest_ptr(Cpu& c, uint32_t a, uint32_t* room = nullptr) {
+    const uint32_t i = ram_index(c, a);
+    if (room) *room = kRamSize - i;
+    return c.tovix_ram + i;
+}
+
+// Evaluation stack: 64 cells of 4 bytes at eval_stack, 8-bit byte index.
+inline uint32_t stack_cell(const Cpu& c) { return lRamRead4(c, c.eval_stack + c.eval_top); }
+
+inline void get_val(Cpu& c) {
+    c.eval_top = static_cast<uint8_t>(c.eval_top - 4);
+    c.a1 = stack_cell(c);
+}
+inline void get_val2(Cpu& c) {
+    c.eval_top = static_cast<uint8_t>(c.eval_top - 4);
+    c.a3 = stack_cell(c);
+}
+inline void get_vals(Cpu& c) {
+    get_val2(c);
+    get_val(c);
+}
+inline void push_cell(Cpu& c, uint32_t v) {
+    lRamWrite4(c, c.eval_stack + c.eval_top, v);
+    c.eval_top = static_cast<uint8_t>(c.eval_top + 4);
+}
+inline void put_val(Cpu& c) { push_cell(c, c.a1); }
+
+// Bytecode fetch. The padding after the image keeps these inside the buffer.
+inline uint8_t getcode(Cpu& c) { return c.code[c.lPC++]; }
+inline uint32_t get_code2(Cpu& c) {
+    const uint32_t v = c.code[c.lPC] | c.code[c.lPC + 1] << 8;
+    c.lPC += 2;
+    return v;
+}
+inline uint32_t get_code3(Cpu& c) {
+    const uint32_t v = c.code[c.lPC] | c.code[c.lPC + 1] << 8 | c.code[c.lPC + 2] << 16;
+    c.lPC += 3;
+    return v;
+}
+inline void getint(Cpu& c) { c.a3 = static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(get_code2(c)))); }
+inline uint32_t get_vaddr(Cpu& c) { return c.RamBits > 16 ? get_code3(c) : get_code2(c); }
+inline uint32_t get_lvaddr(Cpu& c) { return get_vaddr(c) + c.local_bp; }
+inline uint32_t get_gaddr(Cpu& c) {
+    const uint32_t a = get_vaddr(c);
+    c.eval_top = static_cast<uint8_t>(c.eval_top - 4);
+    return a + (stack_cell(c) & (c.RamBits > 16 ? 0xFFFFFFu : 0xFFFFu));
+}
+inline uint32_t get_lgaddr(Cpu& c) { return get_gaddr(c) + c.local_bp; }
+
+// Address width set from the header flag byte.
+inline void set_ram_bits(Cpu& c, uint32_t bits) {
+    c.RamBits = bits;
+    c.addr_mask = bits > 16 ? 0xFFFFFF : 0xFFFF;
+}
+
+// Makes img the running image (keeps the fetch cache in step).
+void set_image(Cpu& c, std::unique_ptr<TvxImage> img);

@@ -1,0 +1,59 @@
+#include "vm/host.h"
+
+#include <sys/time.h>
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <thread>
+
+void Host::log(std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
+int Host::GetMillisecond_os() {
+    timeval tv{};
+    gettimeofday(&tv, nullptr);
+    return static_cast<int>((static_cast<int64_t>(tv.tv_usec) * 32 / 125000) & 0xFF);
+}
+
+uint32_t Host::GetTickCount_os() {
+    using namespace std::chrono;
+    static const auto start = steady_clock::now();
+    const auto ms = duration_cast<milliseconds>(steady_clock::now() - start).count();
+    return static_cast<uint32_t>(static_cast<double>(ms) * 0.256);
+}
+
+void Host::Sleep_os(uint32_t ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+uint64_t Host::GetNanoSeconds_os() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_nsec) / 100 + static_cast<uint64_t>(ts.tv_sec) * 10000000ULL;
+}
+
+LocalTime Host::GetLocalTime_os() {
+    const time_t now = time(nullptr);
+    tm t{};
+    localtime_r(&now, &t);
+    return {t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, t.tm_wday};
+}
+
+void Host::SetLocalTime_os(const LocalTime& lt) {
+    tm t{};
+    t.tm_year = lt.year - 1900;
+    t.tm_mon = lt.month - 1;
+    t.tm_mday = lt.day;
+    t.tm_hour = lt.hour;
+    t.tm_min = lt.minute;
+    t.tm_sec = lt.second;
+    t.tm_isdst = 0;
+    const timespec ts{mktime(&t), 0};
+    (void)clock_settime(CLOCK_REALTIME, &ts);  // without the right to do so nothing happens
+}
+
+Host& default_host() {
+    static Host host;
+    return host;
+}

@@ -1,0 +1,141 @@
+#include "vm/interp.h"
+
+#include "vm/instructions.h"
+#include "vm/loader.h"
+#include "vm/opcodes.h"
+
+namespace {
+
+// Bytes that are not instructions, and a program counter that ran past the
+// end of the image (the padding after it holds 0xFF), end the program.
+void undefined_op(Machine& m) {
+    const uint32_t at = m.lPC - 1;
+    if (at >= m.code_end) {
+        off_image(m, at);
+        return;
+    }
+    mylog(m, "Undefined opcode 0x%02X at offset 0x%06X, program ended\n", m.code[at], at);
+    bad_exit(m);
+}
+
+// System calls that this build does not provide end the program cleanly.
+void missing_call(Machine& m) {
+    const uint32_t at = m.lPC - 1;
+    const uint8_t op = m.code[at];
+    mylog(m, "System call 0x%02X (%s) at offset 0x%06X is not available, program ended\n", op,
+          op_info[op].name ? op_info[op].name : "?", at);
+    bad_exit(m);
+}
+
+}  // namespace
+
+void off_image(Machine& m, uint32_t offset) {
+    mylog(m, "Program counter left the program image at offset 0x%06X, program ended\n", offset);
+    // Park the counter on the padding so nothing runs until the exit resets it.
+    m.lPC = m.code_end;
+    bad_exit(m);
+}
+
+using namespace ins;
+
+const std::array<Handler, 128> codes = std::to_array<Handler>({
+    sn_err,      push_char,   push_int,    push_long,   push_vchar,  push_vint,   push_vlong,  push_gchar,
+    push_gint,   push_glong,  push_achar,  push_aint,   push_along,  push_string, push_lvchar, push_lvint,
+    push_lvlong, push_lgchar, push_lgint,  push_lglong, push_lachar, push_laint,  push_lalong, push_along,
+    push_lalong, push_llong,  push_text,   push_text,   push_sub0,   cal_inc,     cal_dec,     cal_INC,
+    cal_DEC,     cal_add,     cal_sub,     cal_and,     cal_or,      push_not,    cal_xor,     cal_land,
+    cal_lor,     cal_lnot,    cal_mul,     cal_div,     cal_mod,     cal_lshift,  cal_rshift,  cal_equ,
+    cal_neq,     cal_le,      cal_ge,      cal_great,   cal_less,    c_let,       c_ptr,       c_cptr,
+    pop_val,     c_jmpe,      c_jmpn,      c_jmp,       set_sp,      c_call,      add_bp,      sub_bp,
+    good_exit,   c_preset,    push_text,   c_secret,    c_loadall,   cal_qadd,    cal_qsub,    cal_qmul,
+    cal_qdiv,    cal_qmod,    cal_qlshift, cal_qrshift, cal_qequ,    cal_qneq,    cal_qgreat,  cal_qless,
+    cal_qge,     cal_qle,     c_iptr,      c_lptr,      c_icf,       c_fci,       cal_addff,   cal_addf,
+    cal_add0f,   cal_subff,   cal_subf,    cal_sub0f,   cal_mulff,   cal_mulf,    cal_mul0f,   cal_divff,
+    cal_divf,    cal_div0f,   push_sub0f,  cal_lessf,   cal_greatf,  cal_equf,    cal_neqf,    cal_lef,
+    cal_gef,     c_f0,        c_ciptr,     c_clptr,     c_lcc,       c_lci,       c_letx,      push_ax,
+    cal_idx,     c_pass,      c_void,      c_debug,     c_funcid,    undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+});
+
+// 0x80-0xD6: the 87 system calls; entries not provided yet end the program.
+const std::array<Handler, 128> codes2 = std::to_array<Handler>({
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, c_exit,       missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
+    // 0xD7-0xFF are not defined
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op,
+});
+
+bool vm_start(Machine& m) {
+    set_image(m, shell_init(m));
+    if (!m.pTOVI) {
+        mylog(m, "Error: Failed to load Tovix program, exiting.\n");
+        return false;
+    }
+    write_cmdline(m);
+    tvxReset(m);
+    return true;
+}
+
+uint64_t vm_run_steps(Machine& m, uint64_t max_steps) {
+    uint64_t n = 0;
+    while (n < max_steps && !m.force_exit_tvx.load(std::memory_order_relaxed)) {
+        vm_step(m);
+        ++n;
+    }
+    return n;
+}
+
+void main_loop(Machine& m) {
+    if (vm_start(m)) vm_run_steps(m, UINT64_MAX);
+}
+
+void wait_no_key(Machine& m) {
+    for (;;) {
+        bool held = false;
+        for (const auto& k : m.cur_keyb) held |= k.load(std::memory_order_relaxed) != 0;
+        if (!held) break;
+        m.host->Sleep_os(1);
+    }
+    m.tvx_key.store(0, std::memory_order_relaxed);
+}
+
+void c_exit(Machine& m) {
+    if (m.need_refresh.load(std::memory_order_relaxed) && m.task_lev > 0) m.host->HardwareRefresh(m);
+    get_val(m);
+    wait_no_key(m);
+    m.exit_code = static_cast<int32_t>(m.a1);
+    m.exited = true;
+    if (m.single_program_mode)
+        m.force_exit_tvx.store(1, std::memory_order_relaxed);
+    else
+        tvxReset(m);
+}
+
+void good_exit(Machine& m) {
+    push_cell(m, 0);
+    c_exit(m);
+}
+
+void bad_exit(Machine& m) {
+    push_cell(m, 0xFFFFFFFFu);
+    c_exit(m);
+}
+
+void div0_err(Machine& m) {
+    m.ramuses = 0;
+    bad_exit(m);
+}

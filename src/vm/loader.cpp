@@ -1,0 +1,202 @@
+#include "vm/loader.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+#include <new>
+
+void mylog(Machine& m, const char* fmt, ...) {
+    char buf[1024];
+    va_list ap;
+    va_start(ap, fmt);
+    const int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    if (n < 0) return;
+    m.host->log(std::string_view(buf, std::min<size_t>(static_cast<size_t>(n), sizeof buf - 1)));
+}
+
+void set_image(Cpu& c, std::unique_ptr<TvxImage> img) {
+    c.pTOVI = std::move(img);
+    c.code = c.pTOVI ? c.pTOVI->bytes.data() : nullptr;
+    c.code_end = c.pTOVI ? c.pTOVI->end() : 0;
+}
+
+void lmemcpy(Cpu& c, uint32_t dst, uint32_t src, uint32_t n) {
+    uint32_t d = ram_index(c, dst), s = ram_index(c, src);
+    while (n > 0) {
+        // Largest run that neither wraps nor reads bytes this copy has written.
+        uint32_t run = std::min({n, kRamSize - d, kRamSize - s});
+        if (d > s && d - s < run) run = d - s;
+        if (run == 0) run = 1;  // d == s: copying onto itself
+        std::memmove(c.tovix_ram + d, c.tovix_ram + s, run);
+        d = (d + run) & kRamMask;
+        s = (s + run) & kRamMask;
+        n -= run;
+    }
+}
+
+std::unique_ptr<TvxImage> TvxOpen(Machine& m, FILE* stream) {
+    std::fseek(stream, 0, SEEK_END);
+    const long n = std::ftell(stream);
+    std::fseek(stream, 0, SEEK_SET);
+    // Code offsets are 24-bit, so a larger file cannot be a program.
+    if (n < 0 || n > 0xFFFFFF) {
+        std::printf("memory not enough(%ld) for load tvx!\n", n + 1);
+        std::fclose(stream);
+        return nullptr;
+    }
+    auto img = std::unique_ptr<TvxImage>(new (std::nothrow) TvxImage);
+    try {
+        if (img) img->bytes.assign(static_cast<size_t>(n) + 1 + kImagePad, 0xFF);
+    } catch (const std::bad_alloc&) {
+        img.reset();
+    }
+    if (!img) {
+        std::printf("memory not enough(%ld) for load tvx!\n", n + 1);
+        std::fclose(stream);
+        return nullptr;
+    }
+    const size_t got = std::fread(img->bytes.data(), 1, static_cast<size_t>(n), stream);
+    img->bytes[got] = 0;
+    img->file_size = static_cast<uint32_t>(got);
+    std::fclose(stream);
+    (void)m;
+    return img;
+}
+
+namespace {
+
+std::unique_ptr<TvxImage> open_checked(Machine& m, FILE* f, const std::string& path) {
+    if (!f) {
+        mylog(m, "Can not open %s!\n", path.c_str());
+        return nullptr;
+    }
+    uint8_t head[16];
+    std::fseek(f, 0, SEEK_SET);
+    const size_t got = std::fread(head, 1, sizeof head, f);
+    if (got != 16 || std::memcmp(head, "TVX", 3) != 0 || head[3] != 18) {
+        mylog(m, "Not valid Tovix file %s!\n", path.c_str());
+        std::fclose(f);
+        return nullptr;
+    }
+    return TvxOpen(m, f);
+}
+
+}  // namespace
+
+std::unique_ptr<TvxImage> TaskOpenUtf8(Machine& m, const std::string& path) {
+    return open_checked(m, std::fopen(path.c_str(), "rb"), path);
+}
+
+std::unique_ptr<TvxImage> TaskOpen(Machine& m, const std::string& path) {
+    // Guest paths reach the host unchanged until the guest file system maps them.
+    return open_checked(m, std::fopen(path.c_str(), "rb"), path);
+}
+
+std::unique_ptr<TvxImage> shell_init(Machine& m) {
+    m.lRam = 0;
+    m.task_lev = 0;
+    if (!m.tvxFilePath.empty()) {
+        const auto slash = m.tvxFilePath.rfind('/');
+        if (slash != std::string::npos) {
+            const std::string root = m.tvxFilePath.substr(0, slash);
+            if (m.verbose_mode) mylog(m, "[IO] Setting root path (UTF-8): %s\n", root.c_str());
+            if (m.verbose_mode) mylog(m, "[IO] Setting root path (GBK): %s\n", root.c_str());
+        }
+        return TaskOpenUtf8(m, m.tvxFilePath);
+    }
+    return TaskOpen(m, "TovixOS/System/Hubsel.sys");
+}
+
+void set_sys_ram(Machine& m) {
+    m.TextBuffer = kTextBuffer;
+    m.string_stack = kStringStack;
+    m.eval_stack = kEvalStack;
+}
+
+void make_negative(Machine& m) {
+    for (int i = 0; i < 256; ++i) {
+        uint8_t r = 0;
+        for (int b = 0; b < 8; ++b)
+            if (i & (1 << b)) r = static_cast<uint8_t>(r | (0x80 >> b));
+        m.negative_tbl[i] = r;
+    }
+}
+
+namespace {
+
+std::string after_last_slash(const std::string& s) {
+    const auto p = s.rfind('/');
+    return p == std::string::npos ? s : s.substr(p + 1);
+}
+
+}  // namespace
+
+void write_cmdline(Machine& m) {
+    std::string line = after_last_slash(m.tvxFilePath);
+    if (!m.tvxProgArgs.empty()) {
+        line += ' ';
+        line += after_last_slash(m.tvxProgArgs);
+    }
+    // The line may reach up to the text buffer at 0x1400.
+    if (line.size() > kTextBuffer - kCmdLine - 1) line.resize(kTextBuffer - kCmdLine - 1);
+    for (size_t i = 0; i < line.size(); ++i) lRamWrite(m, kCmdLine + static_cast<uint32_t>(i), static_cast<uint8_t>(line[i]));
+    lRamWrite(m, kCmdLine + static_cast<uint32_t>(line.size()), 0);
+    mylog(m, "[DEBUG] CMDLINE: %s\n", line.c_str());
+}
+
+void tvxReset(Machine& m) {
+    const uint8_t* head = m.code;
+    m.lPC = 16;
+    const uint8_t flags = head[8];
+    set_ram_bits(m, (flags & 0x10) ? 32 : (flags & 0x80) ? 24 : 16);
+    m.eval_top = 0;
+    m.d_line = -1;
+    m.ramuses = 0xF00000;
+    m.ramusee = 0;
+    m.ramarm = 1;
+
+    // Program data from 0x2000: to 0xFFFF for 16-bit programs, to the end of
+    // the block otherwise. Lower addresses (command line, stacks) survive.
+    const uint64_t start = static_cast<uint64_t>(m.lRam) + kProgramData;
+    const uint64_t end = std::min<uint64_t>(m.RamBits == 16 ? start + 0xE000 : kRamSize, kRamSize);
+    if (start < end) std::memset(m.tovix_ram + start, 0, static_cast<size_t>(end - start));
+
+    set_sys_ram(m);
+    m.string_ptr = m.string_stack;
+
+    m.bgcolor = 0;
+    const uint16_t old_mode = m.graph_mode;
+    switch (flags & 0x60) {
+        case 0x40: m.graph_mode = 4; m.fgcolor = 15; break;
+        case 0x60: m.graph_mode = 8; m.fgcolor = 255; break;
+        default: m.graph_mode = 1; m.fgcolor = 15; break;
+    }
+    m.have_pen = flags & 1;
+    m.have_keypad = !(flags & 1);
+    SetPalette(m);
+    const bool mode_changed = old_mode != m.graph_mode;
+    if (mode_changed || head[10] <= 14) ClearNdsScreen(m);
+
+    m.secret = 0;
+    for (auto& k : m.cur_keyb) k.store(0, std::memory_order_relaxed);
+    clearAllKey(m);
+    m.tvx_key.store(0, std::memory_order_relaxed);
+    m.delay = 0;
+    m.wait_key = 0;
+
+    int width = static_cast<int16_t>(head[9] * 16);
+    int height = static_cast<int16_t>(head[10] * 16);
+    if (width == 0) width = 160;
+    width = std::clamp(width, 32, 320);
+    if (height == 0) height = 80;
+    height = std::clamp(height, 32, 240);
+    Adjust_Window(m, width, height, mode_changed);
+
+    m.line_mode = 0;
+    setscreen(m, 0);
+
+    m.seed += static_cast<int64_t>(static_cast<int32_t>(m.host->GetMillisecond_os()));
+    m.seed |= 1;
+    make_negative(m);
+}

@@ -1,0 +1,22 @@
+// The whole machine in one value: one struct per subsystem, aggregated so
+// that the system's own register names read directly (m.lPC, m.graph_mode).
+#pragma once
+
+#include <cstdarg>
+
+#include "display/console.h"
+#include "display/screen.h"
+#include "lib/keys.h"
+#include "vm/cpu.h"
+#include "vm/host.h"
+#include "vm/task.h"
+
+struct Machine : Cpu, Screen, Console, Keys, Tasks, Presentation {
+    Host* host = &default_host();
+};
+
+// Formats into a 1,024-byte buffer (longer output is cut) and writes it to
+// the host log.
+void mylog(Machine& m, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+inline void ToviNeedRefresh(Machine& m) { m.need_refresh.store(1, std::memory_order_relaxed); }
