@@ -1,0 +1,83 @@
+// tvxasm: assembles a .tvs source file into a .tvx program.
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "tools/asm/asm.h"
+
+namespace {
+
+void usage(std::FILE* to) {
+    std::fputs("usage: tvxasm INPUT.tvs [-o OUTPUT.tvx]\n"
+               "Assembles INPUT into a .tvx program (default output: INPUT with its\n"
+               "extension replaced by .tvx). Exit status: 0 success, 1 errors, 2 usage.\n",
+               to);
+}
+
+// INPUT with the extension of its last path component replaced by .tvx.
+std::string default_output(const std::string& input) {
+    const size_t slash = input.find_last_of('/');
+    const size_t dot = input.find_last_of('.');
+    const bool has_ext = dot != std::string::npos && (slash == std::string::npos || dot > slash + 1);
+    return (has_ext ? input.substr(0, dot) : input) + ".tvx";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string input, output;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "-h" || arg == "--help") {
+            usage(stdout);
+            return 0;
+        }
+        if (arg == "-o") {
+            if (i + 1 >= argc || !output.empty()) {
+                usage(stderr);
+                return 2;
+            }
+            output = argv[++i];
+        } else if (!arg.empty() && arg[0] == '-') {
+            std::fprintf(stderr, "tvxasm: unknown option %s\n", arg.c_str());
+            usage(stderr);
+            return 2;
+        } else if (input.empty()) {
+            input = arg;
+        } else {
+            usage(stderr);
+            return 2;
+        }
+    }
+    if (input.empty()) {
+        usage(stderr);
+        return 2;
+    }
+    if (output.empty()) output = default_output(input);
+    if (output == input) {
+        std::fprintf(stderr, "tvxasm: output %s would overwrite the input\n", output.c_str());
+        return 2;
+    }
+
+    std::ifstream in(input, std::ios::binary);
+    if (!in) {
+        std::fprintf(stderr, "tvxasm: cannot open %s\n", input.c_str());
+        return 1;
+    }
+    const std::string source((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const AsmResult r = assemble(source, input);
+    if (!r.errors.empty()) {
+        for (const AsmError& e : r.errors)
+            std::fprintf(stderr, "%s:%d: %s\n", e.file.c_str(), e.line, e.message.c_str());
+        return 1;
+    }
+    std::ofstream out(output, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(r.bytes.data()), static_cast<std::streamsize>(r.bytes.size()));
+    out.close();
+    if (!out) {
+        std::fprintf(stderr, "tvxasm: cannot write %s\n", output.c_str());
+        return 1;
+    }
+    return 0;
+}

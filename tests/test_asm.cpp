@@ -1,0 +1,233 @@
+// Assembler and disassembler: encodings, diagnostics and the round trip
+// assemble(disassemble(file)) == file.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tools/asm/asm.h"
+#include "vm/opcodes.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// Assembles and returns the bytes after the 16-byte header; fails the test on errors.
+Bytes code_of(const std::string& src) {
+    const AsmResult r = assemble(src, "t.tvs");
+    for (const AsmError& e : r.errors) ADD_FAILURE() << e.file << ":" << e.line << ": " << e.message;
+    if (r.bytes.size() < 16) return {};
+    return Bytes(r.bytes.begin() + 16, r.bytes.end());
+}
+
+std::vector<AsmError> errors_of(const std::string& src) { return assemble(src, "bad.tvs").errors; }
+
+TEST(AsmEncoding, OperandKindsIn16And24BitPrograms) {
+    const std::string body =
+        "push_char 255\npush_char -1\npush_int -2\npush_int 0xBEEF\npush_long -2\n"
+        "push_vint 0x1234\nc_jmp 0x123456\nc_debug 70000\nadd_bp 0x20, 3\nc_secret 'Z'\n"
+        "push_along2 5\npush_lalong2 6\nc_putchar\n";
+    const Bytes b16 = code_of(body);
+    const Bytes e16 = {0x01, 0xFF, 0x01, 0xFF, 0x02, 0xFE, 0xFF, 0x02, 0xEF, 0xBE, 0x03, 0xFE, 0xFF, 0xFF, 0xFF,
+                       0x05, 0x34, 0x12, 0x3B, 0x56, 0x34, 0x12, 0x73, 0x70, 0x11, 0x01, 0x3E, 0x20, 0x00, 0x03,
+                       0x43, 0x5A, 0x17, 0x05, 0x00, 0x18, 0x06, 0x00, 0x80};
+    EXPECT_EQ(b16, e16);
+
+    // Only address operands widen; targets and 24-bit marks stay 3 bytes.
+    const Bytes b24 = code_of(".tvx bits=24\n" + body);
+    const Bytes e24 = {0x01, 0xFF, 0x01, 0xFF, 0x02, 0xFE, 0xFF, 0x02, 0xEF, 0xBE, 0x03, 0xFE, 0xFF, 0xFF, 0xFF,
+                       0x05, 0x34, 0x12, 0x00, 0x3B, 0x56, 0x34, 0x12, 0x73, 0x70, 0x11, 0x01, 0x3E, 0x20, 0x00,
+                       0x00, 0x03, 0x43, 0x5A, 0x17, 0x05, 0x00, 0x00, 0x18, 0x06, 0x00, 0x00, 0x80};
+    EXPECT_EQ(b24, e24);
+    EXPECT_EQ(code_of(".tvx bits=24\nset_sp 0xABCDEF\n"), (Bytes{0x3C, 0xEF, 0xCD, 0xAB}));
+    // flags= derives the width like the loader: 0x90 is a 32-bit program.
+    EXPECT_EQ(code_of(".tvx flags=0x90\npush_vchar 1\n"), (Bytes{0x04, 0x01, 0x00, 0x00}));
+}
+
+TEST(AsmEncoding, StringLiteralsFollowTheSecret) {
+    EXPECT_EQ(code_of("c_secret 0x5A\npush_string \"He\"\n"), (Bytes{0x43, 0x5A, 0x0D, 0x12, 0x3F, 0x5A}));
+    // Before any c_secret the key is 0; the key may be a forward-defined constant.
+    EXPECT_EQ(code_of("push_string \"a\\n\\x01\"\nc_secret KEY\npush_string \"\"\n.equ KEY, 0x21\n"),
+              (Bytes{0x0D, 'a', '\n', 0x01, 0x00, 0x43, 0x21, 0x0D, 0x21}));
+    // .byte and c_preset data are never keyed.
+    EXPECT_EQ(code_of("c_secret 7\n.byte \"A\", 'B', -1\n"), (Bytes{0x43, 7, 'A', 'B', 0xFF}));
+    EXPECT_EQ(code_of("c_secret 7\nc_preset 0x2000, \"\\\"\\\\\\0\", 9\nc_preset 0x10\n"),
+              (Bytes{0x43, 7, 0x41, 0x00, 0x20, 4, 0, '"', '\\', 0, 9, 0x41, 0x10, 0x00, 0, 0}));
+}
+
+TEST(AsmEncoding, NumberAndLiteralForms) {
+    EXPECT_EQ(code_of("push_char '\\x41'\r\n\tpush_char '\\\\' ; tab, CRLF\r\npush_char ';' ; quoted ; is no comment\n"
+                      "push_int -0x8000\npush_long 0XFFFFFFFF\npush_long -2147483648\n"
+                      ".byte \"\\t\\r\\\";\", 0x7f, '\\''\n"),
+              (Bytes{0x01, 0x41, 0x01, 0x5C, 0x01, ';', 0x02, 0x00, 0x80, 0x03, 0xFF, 0xFF, 0xFF, 0xFF, 0x03, 0x00,
+                     0x00, 0x00, 0x80, 0x09, 0x0D, '"', ';', 0x7F, '\''}));
+}
+
+TEST(AsmEncoding, LabelsAndConstants) {
+    const Bytes b = code_of(
+        ".equ BASE, 0x2000\n"
+        "start: c_jmp end      ; forward\n"
+        "loop:\n"
+        "  push_vint BASE+2\n"
+        "  c_jmpn loop         ; backward\n"
+        "end: c_call start\n"
+        ".equ SIZE, end - start\n"
+        "  push_int SIZE\n");
+    const Bytes e = {0x3B, 0x1B, 0x00, 0x00, 0x05, 0x02, 0x20, 0x3A, 0x14, 0x00, 0x00,
+                     0x3D, 0x10, 0x00, 0x00, 0x02, 11, 0};
+    EXPECT_EQ(b, e);
+}
+
+TEST(AsmHeader, Fields) {
+    const AsmResult d = assemble("", "e.tvs");
+    EXPECT_EQ(d.bytes, (Bytes{'T', 'V', 'X', 0x12, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    const AsmResult h =
+        assemble("; comment\n.tvx bits=32 mode=8 pen=1 width=320 height=240 reserved=0102030405060708AB\n", "h.tvs");
+    EXPECT_EQ(h.bytes, (Bytes{'T', 'V', 'X', 0x12, 1, 2, 3, 4, 0x71, 20, 15, 5, 6, 7, 8, 0xAB}));
+    EXPECT_EQ(assemble(".tvx bits=24 mode=4\n", "h.tvs").bytes[8], 0xC0);
+}
+
+TEST(AsmErrors, ReportFileAndLineForEveryError) {
+    const auto errs = errors_of(
+        "push_int 1\n"
+        "bogus 3\n"                  // 2 unknown mnemonic
+        "push_char 256\n"            // 3 out of range
+        "push_int 1, 2\n"            // 4 operand count
+        "c_jmp nowhere\n"            // 5 undefined label
+        "x: pop_val\n"
+        "x: pop_val\n"               // 7 duplicate
+        "push_string \"a\\q\"\n"     // 8 bad escape
+        "push_string \"abc\n"        // 9 unterminated
+        ".tvx bits=24\n");           // 10 header after code
+    std::vector<int> lines;
+    for (const AsmError& e : errs) {
+        EXPECT_EQ(e.file, "bad.tvs");
+        lines.push_back(e.line);
+    }
+    EXPECT_EQ(lines, (std::vector<int>{2, 3, 4, 5, 7, 8, 9, 10}));
+}
+
+TEST(AsmErrors, RejectedInputs) {
+    const char* const bad[] = {
+        "push_int 65536",          "push_int -32769",           "push_long 4294967296",
+        "push_vint 0x10000",       "c_jmp 0x1000000",           "push_vint -1",
+        "push_string \"a\\0b\"",   "push_string 5",             "push_char \"a\"",
+        "push_char",               "sub_bp 1",                  "add_bp 1",
+        ".byte",                   ".byte 256",                 "push_char 'ab'",
+        "push_char ''",            "push_string \"\\x4\"",      "push_string \"\xC4\xE3\"",
+        ".tvx bits=20",            ".tvx mode=2",               ".tvx width=100",
+        ".tvx width=4096",         ".tvx flags=0x10 bits=32",   ".tvx reserved=0102",
+        ".tvx size=1",             ".tvx\n.tvx",                ".equ A, B\n.equ B, A\npush_int A",
+        ".foo 1",                  "push_int 1 2",              "push_char 12ab",
+        "1abc: pop_val",           "push_int #",                "push_int 99999999999999999999",
+    };
+    for (const char* src : bad) EXPECT_FALSE(errors_of(src).empty()) << src;
+    const auto cyc = errors_of(".equ A, B\n.equ B, A\npush_int A\n");
+    ASSERT_EQ(cyc.size(), 1u);  // one report for the cycle, none repeated at the use
+    EXPECT_EQ(cyc[0].line, 1);
+}
+
+// Random .tvx files: random headers, random bytes mixed with well-formed
+// instructions (so secrets, literals, presets and jump targets occur), and
+// truncations anywhere.
+Bytes random_file(std::mt19937& rng) {
+    auto byte = [&] { return static_cast<uint8_t>(rng() & 0xFF); };
+    Bytes f = {'T', 'V', 'X', 0x12};
+    for (int k = 4; k < 16; ++k) f.push_back(rng() % 3 ? 0 : byte());
+    static const uint8_t canonical[] = {0x00, 0x80, 0x10, 0x41, 0xE1, 0x70};
+    f[8] = rng() % 2 ? canonical[rng() % 6] : byte();
+    const int addr = (f[8] & 0x90) ? 3 : 2;
+    const size_t len = rng() % 400;
+    uint8_t secret = 0;
+    while (f.size() < 16 + len) {
+        const uint8_t op = rng() % 4 ? static_cast<uint8_t>(rng() % 0x78) : byte();
+        f.push_back(op);
+        switch (rng() % 4 ? op : 0xFF) {
+            case 0x43: secret = byte(); f.push_back(secret); break;
+            case 0x0D:
+                for (int k = rng() % 6; k > 0; --k) f.push_back(static_cast<uint8_t>(secret ^ (1 + rng() % 255)));
+                f.push_back(secret);
+                break;
+            case 0x41: {
+                const int count = static_cast<int>(rng() % 5);
+                for (int k = 0; k < addr; ++k) f.push_back(byte());
+                f.push_back(static_cast<uint8_t>(count));
+                f.push_back(0);
+                for (int k = 0; k < count; ++k) f.push_back(byte());
+                break;
+            }
+            case 0x39: case 0x3A: case 0x3B: case 0x3D: {
+                const uint32_t t = static_cast<uint32_t>(16 + rng() % (len + 1));
+                f.push_back(static_cast<uint8_t>(t));
+                f.push_back(static_cast<uint8_t>(t >> 8));
+                f.push_back(0);
+                break;
+            }
+            default: break;  // operands, if any, come from the following random bytes
+        }
+    }
+    f.resize(16 + len);
+    return f;
+}
+
+TEST(AsmRoundTrip, RandomFilesReassembleByteForByte) {
+    std::mt19937 rng(12345);
+    int labelled = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const Bytes f = random_file(rng);
+        std::string err;
+        const std::string text = disassemble(f, &err);
+        ASSERT_TRUE(err.empty()) << err;
+        if (text.find(" L0") != std::string::npos) ++labelled;  // a target printed by label
+        const AsmResult r = assemble(text, "dis.tvs");
+        ASSERT_TRUE(r.errors.empty()) << r.errors[0].line << ": " << r.errors[0].message << "\n" << text;
+        ASSERT_EQ(r.bytes, f) << text;
+    }
+    EXPECT_GT(labelled, 300);  // the generator really exercises labels
+}
+
+TEST(AsmRoundTrip, EveryOpcodeAloneAndTruncated) {
+    for (int bits : {16, 24, 32}) {
+        for (int op = 0; op < 256; ++op) {
+            for (size_t extra = 0; extra <= 6; ++extra) {
+                Bytes f = {'T', 'V', 'X', 0x12, 0, 0, 0, 0, static_cast<uint8_t>(bits == 32 ? 0x10 : bits == 24 ? 0x80 : 0),
+                           0, 0, 0, 0, 0, 0, 0, static_cast<uint8_t>(op)};
+                for (size_t k = 0; k < extra; ++k) f.push_back(static_cast<uint8_t>(k + 1));
+                const AsmResult r = assemble(disassemble(f, nullptr), "x.tvs");
+                ASSERT_EQ(r.bytes, f) << "op " << op << " extra " << extra;
+            }
+        }
+    }
+}
+
+TEST(AsmDisassembler, Listing) {
+    const Bytes f = {'T', 'V', 'X', 0x12, 0, 0, 0, 0, 0x61, 10, 5, 0, 0, 0, 0, 0x01,
+                     0x43, 0x5A, 0x0D, 0x12, 0x3F, 0x5A,  // c_secret; push_string "He"
+                     0x3B, 0x10, 0x00, 0x00,              // c_jmp to offset 16
+                     0x3A, 0x11, 0x00, 0x00,              // c_jmpn into the middle of c_secret
+                     0x75,                                // undefined opcode
+                     0x02, 0x01};                         // push_int cut short
+    std::string err = "x";
+    const std::string text = disassemble(f, &err);
+    EXPECT_TRUE(err.empty());
+    EXPECT_EQ(text,
+              ".tvx bits=16 mode=8 pen=1 width=160 height=80 reserved=000000000000000001\n"
+              "L0010:\n"
+              "    c_secret 90\n"
+              "    push_string \"He\"\n"
+              "    c_jmp L0010\n"
+              "    c_jmpn 0x000011\n"
+              "    .byte 0x75, 0x02, 0x01\n");
+
+    EXPECT_EQ(disassemble(Bytes{'T', 'V', 'X', 0x12, 0, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0}, nullptr),
+              ".tvx flags=0x20 width=0 height=0\n");
+    for (const Bytes& bad : {Bytes{'T', 'V', 'X', 0x12, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
+                             Bytes{'T', 'V', 'X', 0x13, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}}) {
+        err.clear();
+        EXPECT_EQ(disassemble(bad, &err), "");
+        EXPECT_FALSE(err.empty());
+    }
+}
+
+}  // namespace
