@@ -64,6 +64,15 @@ std::unique_ptr<TvxImage> TvxOpen(Machine& m, FILE* stream) {
     return img;
 }
 
+std::unique_ptr<TvxImage> image_from_bytes(const uint8_t* data, size_t size) {
+    auto img = std::make_unique<TvxImage>();
+    img->bytes.assign(size + 1 + kImagePad, 0xFF);
+    if (size) std::memcpy(img->bytes.data(), data, size);
+    img->bytes[size] = 0;
+    img->file_size = static_cast<uint32_t>(size);
+    return img;
+}
+
 namespace {
 
 std::unique_ptr<TvxImage> open_checked(Machine& m, FILE* f, const std::string& path) {

@@ -15,6 +15,9 @@ std::unique_ptr<TvxImage> TaskOpen(Machine& m, const std::string& path);
 // Reads the whole open stream into a new image and closes the stream.
 std::unique_ptr<TvxImage> TvxOpen(Machine& m, FILE* stream);
 
+// An image holding a copy of the given file bytes (no header check).
+std::unique_ptr<TvxImage> image_from_bytes(const uint8_t* data, size_t size);
+
 // Prepares the file system and opens the first program.
 std::unique_ptr<TvxImage> shell_init(Machine& m);
 

@@ -1,0 +1,249 @@
+// Guest memory, the evaluation stack, loading and reset.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "vm_harness.h"
+
+namespace {
+
+TEST(GuestMemory, LittleEndianAndSigned) {
+    auto m = std::make_unique<Machine>();
+    lRamWrite4(*m, 0x3000, 0x80FF1234);
+    EXPECT_EQ(lRamRead(*m, 0x3000), 0x34);
+    EXPECT_EQ(lRamRead(*m, 0x3003), 0x80);
+    EXPECT_EQ(lRamRead2(*m, 0x3002), static_cast<int16_t>(0x80FF));
+    EXPECT_EQ(lRamRead4(*m, 0x3000), 0x80FF1234u);
+    lRamWrite2(*m, 0x3000, 0xABCDEF);  // only the low 16 bits
+    EXPECT_EQ(lRamRead4(*m, 0x3000), 0x80FFCDEFu);
+}
+
+TEST(GuestMemory, EveryAddressStaysInsideTheBlock) {
+    auto m = std::make_unique<Machine>();
+    m->lRam = 0xFFFF0;  // a task based near the top of the block
+    lRamWrite4(*m, 0xE, 0x44332211);  // straddles the end: wraps to offset 0
+    EXPECT_EQ(m->tovix_ram[kRamSize - 2], 0x11);
+    EXPECT_EQ(m->tovix_ram[kRamSize - 1], 0x22);
+    EXPECT_EQ(m->tovix_ram[0], 0x33);
+    EXPECT_EQ(m->tovix_ram[1], 0x44);
+    EXPECT_EQ(lRamRead4(*m, 0xE), 0x44332211u);
+    EXPECT_EQ(lRamRead2(*m, 0xF), 0x3322);
+    // Wild 32-bit addresses land somewhere in the block, never outside it.
+    for (uint32_t a : {0xFFFFFFFFu, 0x80000000u, 0x12345678u}) {
+        lRamWrite4(*m, a, 0xA5A5A5A5);
+        EXPECT_EQ(lRamRead4(*m, a), 0xA5A5A5A5u);
+    }
+}
+
+TEST(GuestMemory, LmemcpyCopiesForwardAndWraps) {
+    auto m = std::make_unique<Machine>();
+    for (uint32_t i = 0; i < 4; ++i) lRamWrite(*m, 0x4000 + i, 'a' + i);
+    lmemcpy(*m, 0x4001, 0x4000, 6);  // overlapping forward copy repeats the first byte
+    for (uint32_t i = 0; i < 7; ++i) EXPECT_EQ(lRamRead(*m, 0x4000 + i), 'a') << i;
+    for (uint32_t i = 0; i < 8; ++i) lRamWrite(*m, 0x5000 + i, i + 1);
+    lmemcpy(*m, kRamSize - 3, 0x5000, 8);  // runs over the end of the block
+    EXPECT_EQ(m->tovix_ram[kRamSize - 3], 1);
+    EXPECT_EQ(m->tovix_ram[0], 4);
+    EXPECT_EQ(m->tovix_ram[4], 8);
+    lmemcpy(*m, 0x5000, 0x5004, 0);
+    EXPECT_EQ(lRamRead(*m, 0x5000), 1);
+}
+
+TEST(EvalStack, SixtyFifthPushOverwritesTheFirstCell) {
+    Code c;
+    for (int i = 1; i <= 65; ++i) c.op("push_char").u8(i);
+    Vm vm(c);
+    vm.run(65);
+    EXPECT_EQ(vm.m->eval_top, 4);  // wrapped
+    EXPECT_EQ(lRamRead4(*vm.m, vm.m->eval_stack), 65u);  // cell 0 overwritten
+    get_val(*vm.m);
+    EXPECT_EQ(vm.m->a1, 65u);
+    get_val(*vm.m);  // popping the empty stack wraps to the top cell
+    EXPECT_EQ(vm.m->eval_top, 252);
+    EXPECT_EQ(vm.m->a1, 64u);
+}
+
+TEST(Reset, HeaderFlagsSelectWidthModeAndPen) {
+    struct Case { uint8_t flags; uint32_t bits; uint16_t mode, fg; int pen; };
+    for (const Case& k : {Case{0x00, 16, 1, 15, 0}, Case{0x80, 24, 1, 15, 0}, Case{0x10, 32, 1, 15, 0},
+                          Case{0x90, 32, 1, 15, 0}, Case{0x40, 16, 4, 15, 0}, Case{0x60, 16, 8, 255, 0},
+                          Case{0x21, 16, 1, 15, 1}, Case{0xE1, 24, 8, 255, 1}}) {
+        Vm vm(Code{}, k.flags);
+        EXPECT_EQ(vm.m->RamBits, k.bits) << int(k.flags);
+        EXPECT_EQ(vm.m->graph_mode, k.mode) << int(k.flags);
+        EXPECT_EQ(vm.m->fgcolor, k.fg) << int(k.flags);
+        EXPECT_EQ(vm.m->bgcolor, 0);
+        EXPECT_EQ(vm.m->have_pen, k.pen);
+        EXPECT_EQ(vm.m->have_keypad, 1 - k.pen);
+    }
+}
+
+TEST(Reset, ScreenSizeDefaultsAndClamps) {
+    struct Case { uint8_t w, h; int width, height; };
+    for (const Case& k : {Case{0, 0, 160, 80}, Case{1, 15, 32, 240}, Case{30, 20, 320, 240}, Case{10, 1, 160, 32},
+                          Case{20, 2, 320, 32}}) {
+        Vm vm(Code{}, 0, k.w, k.h);
+        EXPECT_EQ(vm.m->ScreenWidth, k.width) << int(k.w);
+        EXPECT_EQ(vm.m->ScreenHeight, k.height) << int(k.h);
+        // The console follows the size with the large font.
+        EXPECT_EQ(vm.m->curr_CPR, k.width / 8);
+        EXPECT_EQ(vm.m->curr_RPS, k.height / 16);
+    }
+}
+
+TEST(Reset, ClearsProgramDataButNotTheCommandLine) {
+    Vm vm(Code{});
+    Machine& m = *vm.m;
+    lRamWrite(m, kCmdLine, 'X');
+    lRamWrite(m, 0x2000, 1);
+    lRamWrite(m, 0xFFFF, 2);
+    lRamWrite(m, 0x10000, 3);  // beyond a 16-bit program's data
+    tvxReset(m);
+    EXPECT_EQ(lRamRead(m, kCmdLine), 'X');
+    EXPECT_EQ(lRamRead(m, 0x2000), 0);
+    EXPECT_EQ(lRamRead(m, 0xFFFF), 0);
+    EXPECT_EQ(lRamRead(m, 0x10000), 3);
+    EXPECT_EQ(m.lPC, 16u);
+    EXPECT_EQ(m.string_ptr, kStringStack);
+    EXPECT_EQ(m.d_line, -1);
+
+    Vm wide(Code{}, 0x80);
+    lRamWrite(*wide.m, 0xFFFFF, 9);
+    tvxReset(*wide.m);
+    EXPECT_EQ(lRamRead(*wide.m, 0xFFFFF), 0);
+}
+
+TEST(Reset, SeedIsAlwaysOddAndAdvancesByTheClock) {
+    Vm vm(Code{});
+    for (int ms : {0, 7, 200, 255}) {
+        vm.host.millis = ms;
+        vm.m->seed = 100;
+        tvxReset(*vm.m);
+        EXPECT_EQ(vm.m->seed, (100 + ms) | 1);
+    }
+}
+
+TEST(Reset, NegativeTableReversesBits) {
+    Vm vm(Code{});
+    EXPECT_EQ(vm.m->negative_tbl[0x01], 0x80);
+    EXPECT_EQ(vm.m->negative_tbl[0x0F], 0xF0);
+    EXPECT_EQ(vm.m->negative_tbl[0xA5], 0xA5);
+    EXPECT_EQ(vm.m->negative_tbl[0x12], 0x48);
+}
+
+TEST(Reset, ScreenClearedOnModeChangeOrShortHeight) {
+    Vm vm(Code{}, 0x00, 0, 15);  // mode 1 from the start-up mode 8: cleared
+    Machine& m = *vm.m;
+    EXPECT_EQ(m.ScreenBuffer[0], 255);
+    EXPECT_EQ(m.need_clean, 1);
+    m.ScreenBuffer[5] = 1;
+    m.need_clean = 0;
+    tvxReset(m);  // same mode, height byte 15: the picture survives
+    EXPECT_EQ(m.ScreenBuffer[5], 1);
+    EXPECT_EQ(m.need_clean, 0);
+
+    Vm low(Code{}, 0x00, 0, 14);
+    low.m->ScreenBuffer[5] = 1;
+    tvxReset(*low.m);  // same mode, height byte 14: cleared
+    EXPECT_EQ(low.m->ScreenBuffer[5], 255);
+}
+
+TEST(Reset, PaletteEntriesSurviveAModeChange) {
+    Vm vm(Code{}, 0x40);  // 16 greys: entries 0-15 are greys
+    EXPECT_EQ(vm.m->palette[3 * 1], 14 * 17);
+    // The same machine now runs a 256-colour program.
+    std::vector<uint8_t> file = tvx_header(0x60);
+    set_image(*vm.m, image_from_bytes(file.data(), file.size()));
+    tvxReset(*vm.m);
+    EXPECT_EQ(vm.m->graph_mode, 8);
+    EXPECT_EQ(vm.m->palette[3 * 1], 14 * 17);  // entry 1 keeps the grey
+    // Entry 16 + i: red lv5[i%5], green lv9[i/25], blue lv5[(i/5)%5], stored blue first.
+    const int i = 16 + 37;
+    EXPECT_EQ(vm.m->palette[3 * i + 2], 128);  // red lv5[2]
+    EXPECT_EQ(vm.m->palette[3 * i + 1], 32);   // green lv9[1]
+    EXPECT_EQ(vm.m->palette[3 * i + 0], 128);  // blue lv5[2]
+    EXPECT_EQ(vm.m->palette[3 * 255], 255);
+}
+
+class LoaderFiles : public ::testing::Test {
+protected:
+    std::filesystem::path dir = std::filesystem::temp_directory_path() /
+                                ("tvm2-loader-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+                                 "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    void SetUp() override { std::filesystem::create_directories(dir); }
+    void TearDown() override { std::filesystem::remove_all(dir); }
+    std::string write(const std::string& name, const std::vector<uint8_t>& bytes) {
+        const auto p = dir / name;
+        std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
+                                                 static_cast<std::streamsize>(bytes.size()));
+        return p.string();
+    }
+};
+
+TEST_F(LoaderFiles, RejectsWithTheLoaderMessages) {
+    TestHost host;
+    auto m = std::make_unique<Machine>();
+    m->host = &host;
+    const std::string missing = (dir / "none.tvx").string();
+    EXPECT_EQ(TaskOpenUtf8(*m, missing), nullptr);
+    EXPECT_EQ(host.logged, "Can not open " + missing + "!\n");
+
+    auto bad_version = tvx_header();
+    bad_version[3] = 0x11;
+    for (const auto& bytes : {std::vector<uint8_t>{'T', 'V', 'X', 0x12, 0, 0}, bad_version, std::vector<uint8_t>(16, 0)}) {
+        host.logged.clear();
+        const std::string p = write("bad.tvx", bytes);
+        EXPECT_EQ(TaskOpenUtf8(*m, p), nullptr);
+        EXPECT_EQ(host.logged, "Not valid Tovix file " + p + "!\n");
+    }
+}
+
+TEST_F(LoaderFiles, KeepsTheHeaderAndAppendsAZero) {
+    TestHost host;
+    auto m = std::make_unique<Machine>();
+    m->host = &host;
+    auto bytes = tvx_header(0x80);
+    bytes.push_back(0x40);
+    auto img = TaskOpenUtf8(*m, write("ok.tvx", bytes));
+    ASSERT_NE(img, nullptr);
+    EXPECT_EQ(img->file_size, 17u);
+    EXPECT_EQ(img->bytes[0], 'T');
+    EXPECT_EQ(img->bytes[16], 0x40);
+    EXPECT_EQ(img->bytes[17], 0);
+    EXPECT_EQ(host.logged, "");
+}
+
+TEST_F(LoaderFiles, HeaderOnlyProgramRunsItsZeroByteThenEnds) {
+    TestHost host;
+    auto m = std::make_unique<Machine>();
+    m->host = &host;
+    m->single_program_mode = 1;
+    m->tvxFilePath = write("EMPTY.tvx", tvx_header());
+    ASSERT_TRUE(vm_start(*m));
+    vm_run_steps(*m, 100);
+    EXPECT_TRUE(m->exited);
+    EXPECT_EQ(m->exit_code, -1);
+    EXPECT_NE(host.logged.find("left the program image at offset 0x000011"), std::string::npos) << host.logged;
+}
+
+TEST_F(LoaderFiles, CommandLineIsTheLastPathParts) {
+    TestHost host;
+    auto m = std::make_unique<Machine>();
+    m->host = &host;
+    m->tvxFilePath = write("GAME.tvx", tvx_header());
+    m->tvxProgArgs = "a/b.txt";
+    ASSERT_TRUE(vm_start(*m));
+    std::string line;
+    for (uint32_t a = kCmdLine; lRamRead(*m, a); ++a) line += static_cast<char>(lRamRead(*m, a));
+    EXPECT_EQ(line, "GAME.tvx b.txt");
+    EXPECT_NE(host.logged.find("[DEBUG] CMDLINE: GAME.tvx b.txt\n"), std::string::npos);
+
+    auto missing = std::make_unique<Machine>();
+    missing->host = &host;
+    missing->tvxFilePath = (dir / "gone.tvx").string();
+    host.logged.clear();
+    EXPECT_FALSE(vm_start(*missing));
+    EXPECT_NE(host.logged.find("Error: Failed to load Tovix program, exiting.\n"), std::string::npos);
+}
+
+}  // namespace

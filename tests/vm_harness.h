@@ -1,0 +1,72 @@
+// Builds small programs from bytes and runs them on a fresh machine.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vm/interp.h"
+#include "vm/loader.h"
+#include "vm/opcodes.h"
+
+// A host that records the log and never sleeps.
+struct TestHost : Host {
+    std::string logged;
+    int refreshes = 0;
+    int millis = 0;
+    void log(std::string_view text) override { logged += text; }
+    int GetMillisecond_os() override { return millis; }
+    void Sleep_os(uint32_t) override {}
+    void HardwareRefresh(Machine&) override { ++refreshes; }
+};
+
+// Bytecode builder: ops by mnemonic, operands little-endian.
+struct Code {
+    std::vector<uint8_t> b;
+    Code& op(std::string_view name) {
+        const auto code = op_lookup(name);
+        EXPECT_TRUE(code.has_value()) << name;
+        b.push_back(code.value_or(0));
+        return *this;
+    }
+    Code& u8(uint32_t v) { b.push_back(static_cast<uint8_t>(v)); return *this; }
+    Code& u16(uint32_t v) { return u8(v).u8(v >> 8); }
+    Code& u24(uint32_t v) { return u16(v).u8(v >> 16); }
+    Code& u32(uint32_t v) { return u16(v).u16(v >> 16); }
+    Code& raw(std::initializer_list<uint8_t> bytes) { b.insert(b.end(), bytes); return *this; }
+    uint32_t here() const { return static_cast<uint32_t>(16 + b.size()); }  // code offset of the next byte
+};
+
+inline std::vector<uint8_t> tvx_header(uint8_t flags = 0, uint8_t width = 0, uint8_t height = 0) {
+    std::vector<uint8_t> h(16, 0);
+    std::memcpy(h.data(), "TVX", 3);
+    h[3] = 0x12;
+    h[8] = flags;
+    h[9] = width;
+    h[10] = height;
+    return h;
+}
+
+struct Vm {
+    TestHost host;
+    std::unique_ptr<Machine> m = std::make_unique<Machine>();
+
+    explicit Vm(const Code& code, uint8_t flags = 0, uint8_t width = 0, uint8_t height = 0) {
+        auto file = tvx_header(flags, width, height);
+        file.insert(file.end(), code.b.begin(), code.b.end());
+        m->host = &host;
+        m->single_program_mode = 1;
+        set_image(*m, image_from_bytes(file.data(), file.size()));
+        tvxReset(*m);
+    }
+    // Runs until the program ends (or the step budget runs out).
+    uint64_t run(uint64_t max_steps = 1000000) { return vm_run_steps(*m, max_steps); }
+    // Cell i below the top of the evaluation stack (0 = top).
+    uint32_t cell(int i = 0) const {
+        return lRamRead4(*m, m->eval_stack + static_cast<uint8_t>(m->eval_top - 4 * (i + 1)));
+    }
+    int depth() const { return m->eval_top / 4; }
+};
