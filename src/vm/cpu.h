@@ -68,13 +68,16 @@ struct Cpu {
     uint8_t* VRam() { return tovix_ram; }
 };
 
+// Hot helpers are forced inline so the interpreter loop has no calls in them.
+#define TVM_INLINE inline __attribute__((always_inline))
+
 static_assert(std::endian::native == std::endian::little, "guest memory access assumes a little-endian host");
 
-inline uint32_t ram_index(const Cpu& c, uint32_t a) { return (c.lRam + a) & kRamMask; }
+TVM_INLINE uint32_t ram_index(const Cpu& c, uint32_t a) { return (c.lRam + a) & kRamMask; }
 
-inline uint8_t lRamRead(const Cpu& c, uint32_t a) { return c.tovix_ram[ram_index(c, a)]; }
+TVM_INLINE uint8_t lRamRead(const Cpu& c, uint32_t a) { return c.tovix_ram[ram_index(c, a)]; }
 
-inline int32_t lRamRead2(const Cpu& c, uint32_t a) {
+TVM_INLINE int32_t lRamRead2(const Cpu& c, uint32_t a) {
     const uint32_t i = ram_index(c, a);
     uint16_t v;
     if (i <= kRamSize - 2) [[likely]] {
@@ -85,7 +88,7 @@ inline int32_t lRamRead2(const Cpu& c, uint32_t a) {
     return static_cast<int16_t>(v);
 }
 
-inline uint32_t lRamRead4(const Cpu& c, uint32_t a) {
+TVM_INLINE uint32_t lRamRead4(const Cpu& c, uint32_t a) {
     const uint32_t i = ram_index(c, a);
     uint32_t v;
     if (i <= kRamSize - 4) [[likely]] {
@@ -97,9 +100,9 @@ inline uint32_t lRamRead4(const Cpu& c, uint32_t a) {
     return v;
 }
 
-inline void lRamWrite(Cpu& c, uint32_t a, uint32_t v) { c.tovix_ram[ram_index(c, a)] = static_cast<uint8_t>(v); }
+TVM_INLINE void lRamWrite(Cpu& c, uint32_t a, uint32_t v) { c.tovix_ram[ram_index(c, a)] = static_cast<uint8_t>(v); }
 
-inline void lRamWrite2(Cpu& c, uint32_t a, uint32_t v) {
+TVM_INLINE void lRamWrite2(Cpu& c, uint32_t a, uint32_t v) {
     const uint32_t i = ram_index(c, a);
     if (i <= kRamSize - 2) [[likely]] {
         const uint16_t w = static_cast<uint16_t>(v);
@@ -110,7 +113,7 @@ inline void lRamWrite2(Cpu& c, uint32_t a, uint32_t v) {
     }
 }
 
-inline void lRamWrite4(Cpu& c, uint32_t a, uint32_t v) {
+TVM_INLINE void lRamWrite4(Cpu& c, uint32_t a, uint32_t v) {
     const uint32_t i = ram_index(c, a);
     if (i <= kRamSize - 4) [[likely]] {
         std::memcpy(c.tovix_ram + i, &v, 4);
@@ -126,57 +129,57 @@ void lmemcpy(Cpu& c, uint32_t dst, uint32_t src, uint32_t n);
 
 // Host pointer to guest address a and the number of bytes that can be used
 // there before the block ends (for bulk operations that clamp to the block).
-inline uint8_t* guest_ptr(Cpu& c, uint32_t a, uint32_t* room = nullptr) {
+TVM_INLINE uint8_t* guest_ptr(Cpu& c, uint32_t a, uint32_t* room = nullptr) {
     const uint32_t i = ram_index(c, a);
     if (room) *room = kRamSize - i;
     return c.tovix_ram + i;
 }
 
 // Evaluation stack: 64 cells of 4 bytes at eval_stack, 8-bit byte index.
-inline uint32_t stack_cell(const Cpu& c) { return lRamRead4(c, c.eval_stack + c.eval_top); }
+TVM_INLINE uint32_t stack_cell(const Cpu& c) { return lRamRead4(c, c.eval_stack + c.eval_top); }
 
-inline void get_val(Cpu& c) {
+TVM_INLINE void get_val(Cpu& c) {
     c.eval_top = static_cast<uint8_t>(c.eval_top - 4);
     c.a1 = stack_cell(c);
 }
-inline void get_val2(Cpu& c) {
+TVM_INLINE void get_val2(Cpu& c) {
     c.eval_top = static_cast<uint8_t>(c.eval_top - 4);
     c.a3 = stack_cell(c);
 }
-inline void get_vals(Cpu& c) {
+TVM_INLINE void get_vals(Cpu& c) {
     get_val2(c);
     get_val(c);
 }
-inline void push_cell(Cpu& c, uint32_t v) {
+TVM_INLINE void push_cell(Cpu& c, uint32_t v) {
     lRamWrite4(c, c.eval_stack + c.eval_top, v);
     c.eval_top = static_cast<uint8_t>(c.eval_top + 4);
 }
-inline void put_val(Cpu& c) { push_cell(c, c.a1); }
+TVM_INLINE void put_val(Cpu& c) { push_cell(c, c.a1); }
 
 // Bytecode fetch. The padding after the image keeps these inside the buffer.
-inline uint8_t getcode(Cpu& c) { return c.code[c.lPC++]; }
-inline uint32_t get_code2(Cpu& c) {
+TVM_INLINE uint8_t getcode(Cpu& c) { return c.code[c.lPC++]; }
+TVM_INLINE uint32_t get_code2(Cpu& c) {
     const uint32_t v = c.code[c.lPC] | c.code[c.lPC + 1] << 8;
     c.lPC += 2;
     return v;
 }
-inline uint32_t get_code3(Cpu& c) {
+TVM_INLINE uint32_t get_code3(Cpu& c) {
     const uint32_t v = c.code[c.lPC] | c.code[c.lPC + 1] << 8 | c.code[c.lPC + 2] << 16;
     c.lPC += 3;
     return v;
 }
-inline void getint(Cpu& c) { c.a3 = static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(get_code2(c)))); }
-inline uint32_t get_vaddr(Cpu& c) { return c.RamBits > 16 ? get_code3(c) : get_code2(c); }
-inline uint32_t get_lvaddr(Cpu& c) { return get_vaddr(c) + c.local_bp; }
-inline uint32_t get_gaddr(Cpu& c) {
+TVM_INLINE void getint(Cpu& c) { c.a3 = static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(get_code2(c)))); }
+TVM_INLINE uint32_t get_vaddr(Cpu& c) { return c.RamBits > 16 ? get_code3(c) : get_code2(c); }
+TVM_INLINE uint32_t get_lvaddr(Cpu& c) { return get_vaddr(c) + c.local_bp; }
+TVM_INLINE uint32_t get_gaddr(Cpu& c) {
     const uint32_t a = get_vaddr(c);
     c.eval_top = static_cast<uint8_t>(c.eval_top - 4);
     return a + (stack_cell(c) & (c.RamBits > 16 ? 0xFFFFFFu : 0xFFFFu));
 }
-inline uint32_t get_lgaddr(Cpu& c) { return get_gaddr(c) + c.local_bp; }
+TVM_INLINE uint32_t get_lgaddr(Cpu& c) { return get_gaddr(c) + c.local_bp; }
 
 // Address width set from the header flag byte.
-inline void set_ram_bits(Cpu& c, uint32_t bits) {
+TVM_INLINE void set_ram_bits(Cpu& c, uint32_t bits) {
     c.RamBits = bits;
     c.addr_mask = bits > 16 ? 0xFFFFFF : 0xFFFF;
 }

@@ -12,24 +12,24 @@
 
 namespace ins {
 
-inline uint32_t sx16(uint32_t v) { return static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(v))); }
-inline float i2f(uint32_t v) { return std::bit_cast<float>(v); }
-inline uint32_t f2i(float f) { return std::bit_cast<uint32_t>(f); }
-inline float int_as_float(uint32_t v) { return static_cast<float>(static_cast<int32_t>(v)); }
-inline int wide(const Machine& m) { return m.RamBits > 16; }
+TVM_INLINE uint32_t sx16(uint32_t v) { return static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(v))); }
+TVM_INLINE float i2f(uint32_t v) { return std::bit_cast<float>(v); }
+TVM_INLINE uint32_t f2i(float f) { return std::bit_cast<uint32_t>(f); }
+TVM_INLINE float int_as_float(uint32_t v) { return static_cast<float>(static_cast<int32_t>(v)); }
+TVM_INLINE int wide(const Machine& m) { return m.RamBits > 16; }
 
 // Reference cell: (address bits, type bits) packed for the program's width.
-inline uint32_t make_ref(const Machine& m, uint32_t addr, uint32_t type) {
+TVM_INLINE uint32_t make_ref(const Machine& m, uint32_t addr, uint32_t type) {
     return wide(m) ? (addr & 0xFFFFFF) | type << 24 : (addr & 0xFFFF) | (type & 0xFF) << 16;
 }
 
 // Reads the value of a char (1), int (2) or long (other) element.
-inline uint32_t read_typed(const Machine& m, uint32_t addr, uint32_t type) {
+TVM_INLINE uint32_t read_typed(const Machine& m, uint32_t addr, uint32_t type) {
     if (type == 1) return lRamRead(m, addr);
     if (type == 2) return static_cast<uint32_t>(lRamRead2(m, addr));
     return lRamRead4(m, addr);
 }
-inline void write_typed(Machine& m, uint32_t addr, uint32_t type, uint32_t v) {
+TVM_INLINE void write_typed(Machine& m, uint32_t addr, uint32_t type, uint32_t v) {
     if (type == 1)
         lRamWrite(m, addr, v);
     else if (type == 2)
@@ -39,7 +39,7 @@ inline void write_typed(Machine& m, uint32_t addr, uint32_t type, uint32_t v) {
 }
 
 // Decodes a reference cell: address (local flag applied) and type.
-inline uint32_t ref_addr(const Machine& m, uint32_t ref, uint32_t* type) {
+TVM_INLINE uint32_t ref_addr(const Machine& m, uint32_t ref, uint32_t* type) {
     if (wide(m)) {
         *type = (ref >> 24) & 0x7F;
         if (ref & 0x80000000u) ref += m.local_bp;
@@ -50,15 +50,15 @@ inline uint32_t ref_addr(const Machine& m, uint32_t ref, uint32_t* type) {
     return ref & 0xFFFF;
 }
 
-inline void push(Machine& m, uint32_t v) { push_cell(m, v); }
-inline uint32_t pop(Machine& m) {
+TVM_INLINE void push(Machine& m, uint32_t v) { push_cell(m, v); }
+TVM_INLINE uint32_t pop(Machine& m) {
     get_val(m);
     return m.a1;
 }
 
 // Transfers control to code offset t, ending the program if t is outside
 // the image.
-inline bool jump_to(Machine& m, uint32_t t) {
+TVM_INLINE bool jump_to(Machine& m, uint32_t t) {
     if (t >= m.code_end) [[unlikely]] {
         off_image(m, t);
         return false;
@@ -68,37 +68,37 @@ inline bool jump_to(Machine& m, uint32_t t) {
 }
 
 // ---- loads and pushes ----
-inline void sn_err(Machine&) {}
-inline void push_char(Machine& m) { push(m, getcode(m)); }
-inline void push_int(Machine& m) { push(m, sx16(get_code2(m))); }
-inline void push_long(Machine& m) {
+TVM_INLINE void sn_err(Machine&) {}
+TVM_INLINE void push_char(Machine& m) { push(m, getcode(m)); }
+TVM_INLINE void push_int(Machine& m) { push(m, sx16(get_code2(m))); }
+TVM_INLINE void push_long(Machine& m) {
     const uint32_t v = get_code2(m);
     push(m, v | get_code2(m) << 16);
 }
-inline void push_vchar(Machine& m) { push(m, lRamRead(m, get_vaddr(m))); }
-inline void push_vint(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, get_vaddr(m)))); }
-inline void push_vlong(Machine& m) { push(m, lRamRead4(m, get_vaddr(m))); }
-inline void push_gchar(Machine& m) { push(m, lRamRead(m, get_gaddr(m))); }
-inline void push_gint(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, get_gaddr(m)))); }
-inline void push_glong(Machine& m) { push(m, lRamRead4(m, get_gaddr(m))); }
-inline void push_achar(Machine& m) { push(m, make_ref(m, get_gaddr(m), 1)); }
-inline void push_aint(Machine& m) { push(m, make_ref(m, get_gaddr(m), 2)); }
-inline void push_along(Machine& m) { push(m, make_ref(m, get_gaddr(m), 0)); }
-inline void push_lvchar(Machine& m) { push(m, lRamRead(m, get_lvaddr(m))); }
-inline void push_lvint(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, get_lvaddr(m)))); }
-inline void push_lvlong(Machine& m) { push(m, lRamRead4(m, get_lvaddr(m))); }
-inline void push_lgchar(Machine& m) { push(m, lRamRead(m, get_lgaddr(m))); }
-inline void push_lgint(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, get_lgaddr(m)))); }
-inline void push_lglong(Machine& m) { push(m, lRamRead4(m, get_lgaddr(m))); }
-inline void push_lachar(Machine& m) { push(m, make_ref(m, get_lgaddr(m), 1)); }
-inline void push_laint(Machine& m) { push(m, make_ref(m, get_lgaddr(m), 2)); }
-inline void push_lalong(Machine& m) { push(m, make_ref(m, get_lgaddr(m), 0)); }
-inline void push_llong(Machine& m) { push(m, make_ref(m, get_lvaddr(m), 0)); }
-inline void push_ax(Machine& m) { push(m, get_gaddr(m)); }
+TVM_INLINE void push_vchar(Machine& m) { push(m, lRamRead(m, get_vaddr(m))); }
+TVM_INLINE void push_vint(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, get_vaddr(m)))); }
+TVM_INLINE void push_vlong(Machine& m) { push(m, lRamRead4(m, get_vaddr(m))); }
+TVM_INLINE void push_gchar(Machine& m) { push(m, lRamRead(m, get_gaddr(m))); }
+TVM_INLINE void push_gint(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, get_gaddr(m)))); }
+TVM_INLINE void push_glong(Machine& m) { push(m, lRamRead4(m, get_gaddr(m))); }
+TVM_INLINE void push_achar(Machine& m) { push(m, make_ref(m, get_gaddr(m), 1)); }
+TVM_INLINE void push_aint(Machine& m) { push(m, make_ref(m, get_gaddr(m), 2)); }
+TVM_INLINE void push_along(Machine& m) { push(m, make_ref(m, get_gaddr(m), 0)); }
+TVM_INLINE void push_lvchar(Machine& m) { push(m, lRamRead(m, get_lvaddr(m))); }
+TVM_INLINE void push_lvint(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, get_lvaddr(m)))); }
+TVM_INLINE void push_lvlong(Machine& m) { push(m, lRamRead4(m, get_lvaddr(m))); }
+TVM_INLINE void push_lgchar(Machine& m) { push(m, lRamRead(m, get_lgaddr(m))); }
+TVM_INLINE void push_lgint(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, get_lgaddr(m)))); }
+TVM_INLINE void push_lglong(Machine& m) { push(m, lRamRead4(m, get_lgaddr(m))); }
+TVM_INLINE void push_lachar(Machine& m) { push(m, make_ref(m, get_lgaddr(m), 1)); }
+TVM_INLINE void push_laint(Machine& m) { push(m, make_ref(m, get_lgaddr(m), 2)); }
+TVM_INLINE void push_lalong(Machine& m) { push(m, make_ref(m, get_lgaddr(m), 0)); }
+TVM_INLINE void push_llong(Machine& m) { push(m, make_ref(m, get_lvaddr(m), 0)); }
+TVM_INLINE void push_ax(Machine& m) { push(m, get_gaddr(m)); }
 
-inline void put_string(Machine& m) { push(m, m.string_ptr & m.addr_mask); }
+TVM_INLINE void put_string(Machine& m) { push(m, m.string_ptr & m.addr_mask); }
 
-inline void push_string(Machine& m) {
+TVM_INLINE void push_string(Machine& m) {
     put_string(m);
     // Copy the literal, decoding with the key; a literal cut off by the end
     // of the image stops there and the next fetch ends the program.
@@ -111,7 +111,7 @@ inline void push_string(Machine& m) {
 }
 
 // Retired instructions: push 0 and end the program with -1.
-inline void push_text(Machine& m) {
+TVM_INLINE void push_text(Machine& m) {
     push(m, 0);
     m.ramuses = 0;
     bad_exit(m);
@@ -119,7 +119,7 @@ inline void push_text(Machine& m) {
 
 // ---- arithmetic and logic ----
 #define TVM_BINARY(name, expr)   \
-    inline void name(Machine& m) { \
+    TVM_INLINE void name(Machine& m) { \
         get_vals(m);             \
         const uint32_t a = m.a1, b = m.a3; \
         (void)a; (void)b;        \
@@ -127,7 +127,7 @@ inline void push_text(Machine& m) {
         put_val(m);              \
     }
 #define TVM_IMMEDIATE(name, expr) \
-    inline void name(Machine& m) { \
+    TVM_INLINE void name(Machine& m) { \
         get_val(m);              \
         getint(m);               \
         const uint32_t a = m.a1, b = m.a3; \
@@ -167,18 +167,18 @@ TVM_IMMEDIATE(cal_qge, TVM_TRUTH(TVM_S(a) >= TVM_S(b)))
 TVM_IMMEDIATE(cal_qle, TVM_TRUTH(TVM_S(a) <= TVM_S(b)))
 
 // Truncating division; the one overflowing case wraps instead of trapping.
-inline uint32_t quotient(uint32_t a, uint32_t b) {
+TVM_INLINE uint32_t quotient(uint32_t a, uint32_t b) {
     if (a == 0x80000000u && b == 0xFFFFFFFFu) return a;
     return static_cast<uint32_t>(TVM_S(a) / TVM_S(b));
 }
-inline uint32_t remainder(uint32_t a, uint32_t b) {
+TVM_INLINE uint32_t remainder(uint32_t a, uint32_t b) {
     if (b == 0xFFFFFFFFu) return 0;
     return static_cast<uint32_t>(TVM_S(a) % TVM_S(b));
 }
 
 // After a division by zero the error exit has run (and left the exit code in
 // a1); the handler still pushes a1 onto whatever stack is now current.
-inline void divide(Machine& m, uint32_t (*op)(uint32_t, uint32_t)) {
+TVM_INLINE void divide(Machine& m, uint32_t (*op)(uint32_t, uint32_t)) {
     if (m.a3 == 0) {
         div0_err(m);
     } else {
@@ -186,36 +186,36 @@ inline void divide(Machine& m, uint32_t (*op)(uint32_t, uint32_t)) {
     }
     put_val(m);
 }
-inline void cal_div(Machine& m) {
+TVM_INLINE void cal_div(Machine& m) {
     get_vals(m);
     divide(m, quotient);
 }
-inline void cal_mod(Machine& m) {
+TVM_INLINE void cal_mod(Machine& m) {
     get_vals(m);
     divide(m, remainder);
 }
-inline void cal_qdiv(Machine& m) {
+TVM_INLINE void cal_qdiv(Machine& m) {
     get_val(m);
     getint(m);
     divide(m, quotient);
 }
-inline void cal_qmod(Machine& m) {
+TVM_INLINE void cal_qmod(Machine& m) {
     get_val(m);
     getint(m);
     divide(m, remainder);
 }
 
-inline void push_sub0(Machine& m) {
+TVM_INLINE void push_sub0(Machine& m) {
     get_val(m);
     m.a1 = 0u - m.a1;
     put_val(m);
 }
-inline void push_not(Machine& m) {
+TVM_INLINE void push_not(Machine& m) {
     get_val(m);
     m.a1 = ~m.a1;
     put_val(m);
 }
-inline void cal_lnot(Machine& m) {
+TVM_INLINE void cal_lnot(Machine& m) {
     get_val(m);
     m.a1 = TVM_TRUTH(m.a1 == 0);
     put_val(m);
@@ -223,13 +223,13 @@ inline void cal_lnot(Machine& m) {
 
 // ---- floats (cells hold single-precision bit patterns) ----
 #define TVM_FLOAT(name, left, op, right)        \
-    inline void name(Machine& m) {               \
+    TVM_INLINE void name(Machine& m) {               \
         get_vals(m);                             \
         m.a1 = f2i(left(m.a1) op right(m.a3));   \
         put_val(m);                              \
     }
 #define TVM_FCMP(name, op)                       \
-    inline void name(Machine& m) {               \
+    TVM_INLINE void name(Machine& m) {               \
         get_vals(m);                             \
         m.a1 = TVM_TRUTH(i2f(m.a1) op i2f(m.a3)); \
         put_val(m);                              \
@@ -254,33 +254,33 @@ TVM_FCMP(cal_gef, >=)
 // Only an all-zero divisor cell counts as zero (-0.0 divides to infinity);
 // after the error exit the division is still done and pushed.
 template <float (*Left)(uint32_t), float (*Right)(uint32_t)>
-inline void float_divide(Machine& m) {
+TVM_INLINE void float_divide(Machine& m) {
     get_vals(m);
     if (m.a3 == 0) div0_err(m);
     m.a1 = f2i(Left(m.a1) / Right(m.a3));
     put_val(m);
 }
-inline void cal_divff(Machine& m) { float_divide<i2f, i2f>(m); }
-inline void cal_divf(Machine& m) { float_divide<i2f, int_as_float>(m); }
-inline void cal_div0f(Machine& m) { float_divide<int_as_float, i2f>(m); }
+TVM_INLINE void cal_divff(Machine& m) { float_divide<i2f, i2f>(m); }
+TVM_INLINE void cal_divf(Machine& m) { float_divide<i2f, int_as_float>(m); }
+TVM_INLINE void cal_div0f(Machine& m) { float_divide<int_as_float, i2f>(m); }
 
-inline void push_sub0f(Machine& m) {
+TVM_INLINE void push_sub0f(Machine& m) {
     get_val(m);
     m.a1 = f2i(0.0f - i2f(m.a1));
     put_val(m);
 }
-inline void c_f0(Machine& m) {
+TVM_INLINE void c_f0(Machine& m) {
     get_val(m);
     m.a1 &= 0x7FFFFFFFu;
     put_val(m);
 }
-inline void c_icf(Machine& m) {
+TVM_INLINE void c_icf(Machine& m) {
     get_val(m);
     m.a1 = f2i(int_as_float(m.a1));
     put_val(m);
 }
 // NaN and values outside the 32-bit range give 0x80000000.
-inline void c_fci(Machine& m) {
+TVM_INLINE void c_fci(Machine& m) {
     get_val(m);
     const float f = i2f(m.a1);
     if (std::isnan(f) || f >= 2147483648.0f || f < -2147483648.0f)
@@ -289,12 +289,12 @@ inline void c_fci(Machine& m) {
         m.a1 = static_cast<uint32_t>(static_cast<int32_t>(f));
     put_val(m);
 }
-inline void c_lcc(Machine& m) {
+TVM_INLINE void c_lcc(Machine& m) {
     get_val(m);
     m.a1 &= 0xFF;
     put_val(m);
 }
-inline void c_lci(Machine& m) {
+TVM_INLINE void c_lci(Machine& m) {
     get_val(m);
     m.a1 = sx16(m.a1);
     put_val(m);
@@ -302,23 +302,23 @@ inline void c_lci(Machine& m) {
 
 // ---- increment and decrement ----
 // op: 0 pre-increment, 1 pre-decrement, 2 post-increment, 3 post-decrement.
-inline void inc_save(Machine& m, uint32_t addr, uint32_t type, int op) {
+TVM_INLINE void inc_save(Machine& m, uint32_t addr, uint32_t type, int op) {
     const uint32_t old = read_typed(m, addr, type);
     const uint32_t now = (op & 1) ? old - 1 : old + 1;
     push(m, op < 2 ? now : old);
     write_typed(m, addr, type, now);
 }
-inline void inc_dec_com(Machine& m, int op) {
+TVM_INLINE void inc_dec_com(Machine& m, int op) {
     get_val2(m);
     uint32_t type;
     const uint32_t addr = ref_addr(m, m.a3, &type);
     inc_save(m, addr, type, op);
 }
-inline void cal_inc(Machine& m) { inc_dec_com(m, 0); }
-inline void cal_dec(Machine& m) { inc_dec_com(m, 1); }
-inline void cal_INC(Machine& m) { inc_dec_com(m, 2); }
-inline void cal_DEC(Machine& m) { inc_dec_com(m, 3); }
-inline void cal_idx(Machine& m) {
+TVM_INLINE void cal_inc(Machine& m) { inc_dec_com(m, 0); }
+TVM_INLINE void cal_dec(Machine& m) { inc_dec_com(m, 1); }
+TVM_INLINE void cal_INC(Machine& m) { inc_dec_com(m, 2); }
+TVM_INLINE void cal_DEC(Machine& m) { inc_dec_com(m, 3); }
+TVM_INLINE void cal_idx(Machine& m) {
     get_val2(m);
     const uint8_t mode = getcode(m);
     uint32_t addr = m.a3;
@@ -327,14 +327,14 @@ inline void cal_idx(Machine& m) {
 }
 
 // ---- assignment, pointers ----
-inline void c_let(Machine& m) {
+TVM_INLINE void c_let(Machine& m) {
     get_vals(m);  // a3 value, a1 reference
     uint32_t type;
     const uint32_t addr = ref_addr(m, m.a1, &type);
     write_typed(m, addr, type, m.a3);
     push(m, m.a3);
 }
-inline void c_letx(Machine& m) {
+TVM_INLINE void c_letx(Machine& m) {
     get_vals(m);  // a3 value, a1 address
     const uint8_t t = getcode(m);
     uint32_t addr = m.a1;
@@ -342,35 +342,35 @@ inline void c_letx(Machine& m) {
     write_typed(m, addr, t & 127u, m.a3);
     push(m, m.a3);
 }
-inline void c_ptr(Machine& m) { push(m, lRamRead(m, pop(m) & m.addr_mask)); }
-inline void c_iptr(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, pop(m) & m.addr_mask))); }
-inline void c_lptr(Machine& m) { push(m, lRamRead4(m, pop(m) & m.addr_mask)); }
-inline void c_cptr(Machine& m) { push(m, make_ref(m, pop(m), 1)); }
-inline void c_ciptr(Machine& m) { push(m, make_ref(m, pop(m), 2)); }
-inline void c_clptr(Machine& m) { push(m, make_ref(m, pop(m), 4)); }
-inline void pop_val(Machine& m) { m.result = pop(m); }
+TVM_INLINE void c_ptr(Machine& m) { push(m, lRamRead(m, pop(m) & m.addr_mask)); }
+TVM_INLINE void c_iptr(Machine& m) { push(m, static_cast<uint32_t>(lRamRead2(m, pop(m) & m.addr_mask))); }
+TVM_INLINE void c_lptr(Machine& m) { push(m, lRamRead4(m, pop(m) & m.addr_mask)); }
+TVM_INLINE void c_cptr(Machine& m) { push(m, make_ref(m, pop(m), 1)); }
+TVM_INLINE void c_ciptr(Machine& m) { push(m, make_ref(m, pop(m), 2)); }
+TVM_INLINE void c_clptr(Machine& m) { push(m, make_ref(m, pop(m), 4)); }
+TVM_INLINE void pop_val(Machine& m) { m.result = pop(m); }
 
 // ---- control flow ----
-inline void c_jmp(Machine& m) {
+TVM_INLINE void c_jmp(Machine& m) {
     const uint32_t t = get_code3(m);
     if (m.need_refresh.load(std::memory_order_relaxed) && m.refresh_mode == 2 && t < m.lPC)
         m.host->HardwareRefresh(m);
     if (!jump_to(m, t)) return;
     if (CheckExitKey(m)) good_exit(m);
 }
-inline void c_jmpe(Machine& m) {
+TVM_INLINE void c_jmpe(Machine& m) {
     if (m.result == 0)
         c_jmp(m);
     else
         m.lPC += 3;
 }
-inline void c_jmpn(Machine& m) {
+TVM_INLINE void c_jmpn(Machine& m) {
     if (m.result != 0)
         c_jmp(m);
     else
         m.lPC += 3;
 }
-inline void c_call(Machine& m) {
+TVM_INLINE void c_call(Machine& m) {
     const uint32_t ret = m.lPC + 3;
     lRamWrite(m, m.local_sp, ret);
     lRamWrite(m, m.local_sp + 1, ret >> 8);
@@ -378,7 +378,7 @@ inline void c_call(Machine& m) {
     if (!jump_to(m, get_code3(m))) return;
     if (CheckExitKey(m)) good_exit(m);
 }
-inline void add_bp(Machine& m) {
+TVM_INLINE void add_bp(Machine& m) {
     const uint32_t caller = m.local_bp;
     m.local_bp = m.local_sp;
     lRamWrite2(m, m.local_bp + 3, caller);
@@ -388,10 +388,15 @@ inline void add_bp(Machine& m) {
     if (k == 0) return;
     m.eval_top = static_cast<uint8_t>(m.eval_top - k);
     const uint32_t dst = m.local_bp + (m.RamBits == 32 ? 8u : m.RamBits == 16 ? 5u : 6u);
+    const uint32_t from = ram_index(m, m.eval_stack + m.eval_top), to = ram_index(m, dst);
+    if (m.eval_top + k <= 256 && from + k <= kRamSize && to + k <= kRamSize && (to + k <= from || from + k <= to)) {
+        std::memcpy(m.tovix_ram + to, m.tovix_ram + from, k);  // the usual case: nothing wraps or overlaps
+        return;
+    }
     uint8_t src = m.eval_top;
     for (uint32_t i = 0; i < k; ++i) lRamWrite(m, dst + i, lRamRead(m, m.eval_stack + src++));
 }
-inline void sub_bp(Machine& m) {
+TVM_INLINE void sub_bp(Machine& m) {
     m.local_sp = m.local_bp;
     const uint32_t ret = lRamRead(m, m.local_bp) | lRamRead(m, m.local_bp + 1) << 8 | lRamRead(m, m.local_bp + 2) << 16;
     uint32_t bp = static_cast<uint16_t>(lRamRead2(m, m.local_bp + 3));
@@ -403,8 +408,8 @@ inline void sub_bp(Machine& m) {
     }
     jump_to(m, ret);
 }
-inline void set_sp(Machine& m) { m.local_sp = get_vaddr(m); }
-inline void c_preset(Machine& m) {
+TVM_INLINE void set_sp(Machine& m) { m.local_sp = get_vaddr(m); }
+TVM_INLINE void c_preset(Machine& m) {
     const uint32_t addr = get_vaddr(m);
     uint32_t n = get_code2(m);
     // Data cut off by the end of the image is copied as far as it goes.
@@ -415,18 +420,17 @@ inline void c_preset(Machine& m) {
     for (uint32_t i = 0; i < n; ++i) lRamWrite(m, addr + i, m.code[m.lPC + i]);
     m.lPC += n;
 }
-inline void c_secret(Machine& m) { m.secret = getcode(m); }
-inline void c_loadall(Machine&) {}
-inline void c_pass(Machine& m) { ++m.lPC; }
-inline void c_void(Machine&) {}
-inline void c_debug(Machine& m) { m.d_line = get_code3(m); }
-inline void c_funcid(Machine& m) {
+TVM_INLINE void c_secret(Machine& m) { m.secret = getcode(m); }
+TVM_INLINE void c_loadall(Machine&) {}
+TVM_INLINE void c_pass(Machine& m) { ++m.lPC; }
+TVM_INLINE void c_void(Machine&) {}
+TVM_INLINE void c_debug(Machine& m) { m.d_line = get_code3(m); }
+TVM_INLINE void c_funcid(Machine& m) {
     const uint32_t id = get_code3(m);
     if (m.func_top < kFuncStack) m.func_stack[m.func_top] = m.cur_funcid;
     if (m.func_top < 0xFFFFFFFFu) ++m.func_top;
     m.cur_funcid = id;
 }
-inline void good_exit_op(Machine& m) { good_exit(m); }
 
 #undef TVM_BINARY
 #undef TVM_IMMEDIATE
@@ -436,3 +440,123 @@ inline void good_exit_op(Machine& m) { good_exit(m); }
 #undef TVM_S
 
 }  // namespace ins
+
+// Opcode and handler of every instruction, in code order.
+#define TVM_INSTRUCTIONS(X) \
+    X(0x00, sn_err) \
+    X(0x01, push_char) \
+    X(0x02, push_int) \
+    X(0x03, push_long) \
+    X(0x04, push_vchar) \
+    X(0x05, push_vint) \
+    X(0x06, push_vlong) \
+    X(0x07, push_gchar) \
+    X(0x08, push_gint) \
+    X(0x09, push_glong) \
+    X(0x0A, push_achar) \
+    X(0x0B, push_aint) \
+    X(0x0C, push_along) \
+    X(0x0D, push_string) \
+    X(0x0E, push_lvchar) \
+    X(0x0F, push_lvint) \
+    X(0x10, push_lvlong) \
+    X(0x11, push_lgchar) \
+    X(0x12, push_lgint) \
+    X(0x13, push_lglong) \
+    X(0x14, push_lachar) \
+    X(0x15, push_laint) \
+    X(0x16, push_lalong) \
+    X(0x17, push_along) \
+    X(0x18, push_lalong) \
+    X(0x19, push_llong) \
+    X(0x1A, push_text) \
+    X(0x1B, push_text) \
+    X(0x1C, push_sub0) \
+    X(0x1D, cal_inc) \
+    X(0x1E, cal_dec) \
+    X(0x1F, cal_INC) \
+    X(0x20, cal_DEC) \
+    X(0x21, cal_add) \
+    X(0x22, cal_sub) \
+    X(0x23, cal_and) \
+    X(0x24, cal_or) \
+    X(0x25, push_not) \
+    X(0x26, cal_xor) \
+    X(0x27, cal_land) \
+    X(0x28, cal_lor) \
+    X(0x29, cal_lnot) \
+    X(0x2A, cal_mul) \
+    X(0x2B, cal_div) \
+    X(0x2C, cal_mod) \
+    X(0x2D, cal_lshift) \
+    X(0x2E, cal_rshift) \
+    X(0x2F, cal_equ) \
+    X(0x30, cal_neq) \
+    X(0x31, cal_le) \
+    X(0x32, cal_ge) \
+    X(0x33, cal_great) \
+    X(0x34, cal_less) \
+    X(0x35, c_let) \
+    X(0x36, c_ptr) \
+    X(0x37, c_cptr) \
+    X(0x38, pop_val) \
+    X(0x39, c_jmpe) \
+    X(0x3A, c_jmpn) \
+    X(0x3B, c_jmp) \
+    X(0x3C, set_sp) \
+    X(0x3D, c_call) \
+    X(0x3E, add_bp) \
+    X(0x3F, sub_bp) \
+    X(0x40, good_exit) \
+    X(0x41, c_preset) \
+    X(0x42, push_text) \
+    X(0x43, c_secret) \
+    X(0x44, c_loadall) \
+    X(0x45, cal_qadd) \
+    X(0x46, cal_qsub) \
+    X(0x47, cal_qmul) \
+    X(0x48, cal_qdiv) \
+    X(0x49, cal_qmod) \
+    X(0x4A, cal_qlshift) \
+    X(0x4B, cal_qrshift) \
+    X(0x4C, cal_qequ) \
+    X(0x4D, cal_qneq) \
+    X(0x4E, cal_qgreat) \
+    X(0x4F, cal_qless) \
+    X(0x50, cal_qge) \
+    X(0x51, cal_qle) \
+    X(0x52, c_iptr) \
+    X(0x53, c_lptr) \
+    X(0x54, c_icf) \
+    X(0x55, c_fci) \
+    X(0x56, cal_addff) \
+    X(0x57, cal_addf) \
+    X(0x58, cal_add0f) \
+    X(0x59, cal_subff) \
+    X(0x5A, cal_subf) \
+    X(0x5B, cal_sub0f) \
+    X(0x5C, cal_mulff) \
+    X(0x5D, cal_mulf) \
+    X(0x5E, cal_mul0f) \
+    X(0x5F, cal_divff) \
+    X(0x60, cal_divf) \
+    X(0x61, cal_div0f) \
+    X(0x62, push_sub0f) \
+    X(0x63, cal_lessf) \
+    X(0x64, cal_greatf) \
+    X(0x65, cal_equf) \
+    X(0x66, cal_neqf) \
+    X(0x67, cal_lef) \
+    X(0x68, cal_gef) \
+    X(0x69, c_f0) \
+    X(0x6A, c_ciptr) \
+    X(0x6B, c_clptr) \
+    X(0x6C, c_lcc) \
+    X(0x6D, c_lci) \
+    X(0x6E, c_letx) \
+    X(0x6F, push_ax) \
+    X(0x70, cal_idx) \
+    X(0x71, c_pass) \
+    X(0x72, c_void) \
+    X(0x73, c_debug) \
+    X(0x74, c_funcid)

@@ -38,24 +38,13 @@ void off_image(Machine& m, uint32_t offset) {
 
 using namespace ins;
 
+#define TVM_HANDLER(code, fn) fn,
 const std::array<Handler, 128> codes = std::to_array<Handler>({
-    sn_err,      push_char,   push_int,    push_long,   push_vchar,  push_vint,   push_vlong,  push_gchar,
-    push_gint,   push_glong,  push_achar,  push_aint,   push_along,  push_string, push_lvchar, push_lvint,
-    push_lvlong, push_lgchar, push_lgint,  push_lglong, push_lachar, push_laint,  push_lalong, push_along,
-    push_lalong, push_llong,  push_text,   push_text,   push_sub0,   cal_inc,     cal_dec,     cal_INC,
-    cal_DEC,     cal_add,     cal_sub,     cal_and,     cal_or,      push_not,    cal_xor,     cal_land,
-    cal_lor,     cal_lnot,    cal_mul,     cal_div,     cal_mod,     cal_lshift,  cal_rshift,  cal_equ,
-    cal_neq,     cal_le,      cal_ge,      cal_great,   cal_less,    c_let,       c_ptr,       c_cptr,
-    pop_val,     c_jmpe,      c_jmpn,      c_jmp,       set_sp,      c_call,      add_bp,      sub_bp,
-    good_exit,   c_preset,    push_text,   c_secret,    c_loadall,   cal_qadd,    cal_qsub,    cal_qmul,
-    cal_qdiv,    cal_qmod,    cal_qlshift, cal_qrshift, cal_qequ,    cal_qneq,    cal_qgreat,  cal_qless,
-    cal_qge,     cal_qle,     c_iptr,      c_lptr,      c_icf,       c_fci,       cal_addff,   cal_addf,
-    cal_add0f,   cal_subff,   cal_subf,    cal_sub0f,   cal_mulff,   cal_mulf,    cal_mul0f,   cal_divff,
-    cal_divf,    cal_div0f,   push_sub0f,  cal_lessf,   cal_greatf,  cal_equf,    cal_neqf,    cal_lef,
-    cal_gef,     c_f0,        c_ciptr,     c_clptr,     c_lcc,       c_lci,       c_letx,      push_ax,
-    cal_idx,     c_pass,      c_void,      c_debug,     c_funcid,    undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    TVM_INSTRUCTIONS(TVM_HANDLER)
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
 });
+#undef TVM_HANDLER
 
 // 0x80-0xD6: the 87 system calls; entries not provided yet end the program.
 const std::array<Handler, 128> codes2 = std::to_array<Handler>({
@@ -90,10 +79,26 @@ bool vm_start(Machine& m) {
     return true;
 }
 
+// The instructions are dispatched through a switch so that their handlers
+// are inlined into the loop; system calls go through their table.
 uint64_t vm_run_steps(Machine& m, uint64_t max_steps) {
     uint64_t n = 0;
     while (n < max_steps && !m.force_exit_tvx.load(std::memory_order_relaxed)) {
-        vm_step(m);
+        const uint8_t b = getcode(m);
+        switch (b) {
+#define TVM_CASE(code, fn) \
+    case code:             \
+        fn(m);             \
+        break;
+            TVM_INSTRUCTIONS(TVM_CASE)
+#undef TVM_CASE
+            default:
+                if (b < 0x80)
+                    undefined_op(m);
+                else
+                    codes2[b & 0x7F](m);
+                break;
+        }
         ++n;
     }
     return n;
