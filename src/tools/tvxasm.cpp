@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tools/asm/asm.h"
+#include "tools/asm/cli.h"
 
 namespace {
 
@@ -27,33 +28,7 @@ std::string default_output(const std::string& input) {
 
 int main(int argc, char** argv) {
     std::string input, output;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "-h" || arg == "--help") {
-            usage(stdout);
-            return 0;
-        }
-        if (arg == "-o") {
-            if (i + 1 >= argc || !output.empty()) {
-                usage(stderr);
-                return 2;
-            }
-            output = argv[++i];
-        } else if (!arg.empty() && arg[0] == '-') {
-            std::fprintf(stderr, "tvxasm: unknown option %s\n", arg.c_str());
-            usage(stderr);
-            return 2;
-        } else if (input.empty()) {
-            input = arg;
-        } else {
-            usage(stderr);
-            return 2;
-        }
-    }
-    if (input.empty()) {
-        usage(stderr);
-        return 2;
-    }
+    if (const int status = parse_in_out(argc, argv, "tvxasm", usage, &input, &output); status >= 0) return status;
     if (output.empty()) output = default_output(input);
     if (output == input) {
         std::fprintf(stderr, "tvxasm: output %s would overwrite the input\n", output.c_str());

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/asm/asm.h"
+#include "tools/asm/cli.h"
 
 namespace {
 
@@ -20,33 +21,7 @@ void usage(std::FILE* to) {
 
 int main(int argc, char** argv) {
     std::string input, output;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "-h" || arg == "--help") {
-            usage(stdout);
-            return 0;
-        }
-        if (arg == "-o") {
-            if (i + 1 >= argc || !output.empty()) {
-                usage(stderr);
-                return 2;
-            }
-            output = argv[++i];
-        } else if (!arg.empty() && arg[0] == '-') {
-            std::fprintf(stderr, "tvxdis: unknown option %s\n", arg.c_str());
-            usage(stderr);
-            return 2;
-        } else if (input.empty()) {
-            input = arg;
-        } else {
-            usage(stderr);
-            return 2;
-        }
-    }
-    if (input.empty()) {
-        usage(stderr);
-        return 2;
-    }
+    if (const int status = parse_in_out(argc, argv, "tvxdis", usage, &input, &output); status >= 0) return status;
 
     std::ifstream in(input, std::ios::binary);
     if (!in) {

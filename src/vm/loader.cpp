@@ -1,5 +1,7 @@
 #include "vm/loader.h"
 
+#include "vm/tvx_header.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
@@ -83,7 +85,7 @@ std::unique_ptr<TvxImage> open_checked(Machine& m, FILE* f, const std::string& p
     uint8_t head[16];
     std::fseek(f, 0, SEEK_SET);
     const size_t got = std::fread(head, 1, sizeof head, f);
-    if (got != 16 || std::memcmp(head, "TVX", 3) != 0 || head[3] != 18) {
+    if (!tvx_header::is_header(head, got)) {
         mylog(m, "Not valid Tovix file %s!\n", path.c_str());
         std::fclose(f);
         return nullptr;
@@ -158,7 +160,7 @@ void tvxReset(Machine& m) {
     const uint8_t* head = m.code;
     m.lPC = 16;
     const uint8_t flags = head[8];
-    set_ram_bits(m, (flags & 0x10) ? 32 : (flags & 0x80) ? 24 : 16);
+    set_ram_bits(m, static_cast<uint32_t>(tvx_header::ram_bits(flags)));
     m.eval_top = 0;
     m.d_line = -1;
     m.ramuses = 0xF00000;

@@ -10,7 +10,7 @@
 #include <set>
 #include <unordered_map>
 
-#include "tools/asm/tvx_header.h"
+#include "vm/tvx_header.h"
 #include "vm/opcodes.h"
 
 namespace {

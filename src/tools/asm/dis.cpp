@@ -4,7 +4,7 @@
 #include <set>
 
 #include "tools/asm/asm.h"
-#include "tools/asm/tvx_header.h"
+#include "vm/tvx_header.h"
 #include "vm/opcodes.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Header layout shared by the assembler and the disassembler.
+// The 16-byte .tvx header: magic, version and the flag bits.
 #pragma once
 
 #include <cstddef>
