@@ -1,5 +1,6 @@
 #include "vm/interp.h"
 
+#include "lib/syscalls.h"
 #include "vm/instructions.h"
 #include "vm/loader.h"
 #include "vm/opcodes.h"
@@ -18,7 +19,8 @@ void undefined_op(Machine& m) {
     bad_exit(m);
 }
 
-// System calls that this build does not provide end the program cleanly.
+}  // namespace
+
 void missing_call(Machine& m) {
     const uint32_t at = m.lPC - 1;
     const uint8_t op = m.code[at];
@@ -26,8 +28,6 @@ void missing_call(Machine& m) {
           op_info[op].name ? op_info[op].name : "?", at);
     bad_exit(m);
 }
-
-}  // namespace
 
 void off_image(Machine& m, uint32_t offset) {
     mylog(m, "Program counter left the program image at offset 0x%06X, program ended\n", offset);
@@ -46,27 +46,18 @@ const std::array<Handler, 128> codes = std::to_array<Handler>({
 });
 #undef TVM_HANDLER
 
-// 0x80-0xD6: the 87 system calls; entries not provided yet end the program.
+// 0x80-0xD6: the 87 system calls; 0xD7-0xFF are not defined.
+#define TVM_HANDLER(code, fn) fn,
 const std::array<Handler, 128> codes2 = std::to_array<Handler>({
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, c_exit,       missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    missing_call, missing_call, missing_call, missing_call, missing_call, missing_call, missing_call,
-    // 0xD7-0xFF are not defined
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op,
+    TVM_SYSTEM_CALLS(TVM_HANDLER)
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
+    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
 });
+#undef TVM_HANDLER
 
 bool vm_start(Machine& m) {
     set_image(m, shell_init(m));
