@@ -4,6 +4,7 @@
 #   ; expect-log: TEXT      TEXT appears in the machine log (stderr)
 #   ; max-steps: N          step limit passed to tvxrun (default 50000000)
 #   ; args: WORDS           the program's argument
+#   ; options: OPTIONS      more tvxrun options (clock, key script)
 # A file NAME.out next to the source holds the expected standard output.
 # Then the program is listed with tvxdis and assembled again: the bytes
 # must be the same.
@@ -15,10 +16,11 @@ field() { sed -n "s/^; $1: //p" "$src" | head -n 1; }
 expect_exit=$(field expect-exit); expect_exit=${expect_exit:-0}
 max_steps=$(field max-steps); max_steps=${max_steps:-50000000}
 args=$(field args)
+options=$(field options)
 fail=0
 
 # shellcheck disable=SC2086
-"$tvxrun" --max-steps "$max_steps" "$tvx" $args >"$work/$name.stdout" 2>"$work/$name.stderr"
+"$tvxrun" --max-steps "$max_steps" $options "$tvx" $args >"$work/$name.stdout" 2>"$work/$name.stderr"
 status=$?
 if [ "$status" != "$expect_exit" ]; then
   echo "FAIL $name: exit status $status, expected $expect_exit"; cat "$work/$name.stderr"; fail=1

@@ -12,13 +12,16 @@
 #include "vm/loader.h"
 #include "vm/opcodes.h"
 
-// A host that records the log and never sleeps.
+// A host that records the log, never sleeps, lets the tick counter advance
+// by one per reading and has no keys to give.
 struct TestHost : Host {
     std::string logged;
     int refreshes = 0;
     int millis = 0;
     void log(std::string_view text) override { logged += text; }
-    int GetMillisecond_os() override { return millis; }
+    void console_write(std::string_view) override {}
+    bool keep_waiting(Machine&) override { return false; }
+    int GetMillisecond_os() override { return millis++ & 0xFF; }
     void Sleep_os(uint32_t) override {}
     void HardwareRefresh(Machine&) override { ++refreshes; }
 };

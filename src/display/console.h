@@ -12,7 +12,17 @@ struct Console {
     int32_t scr_x = 0, scr_y = 0, scr_off = 0;
     // While set, console text goes to standard output instead of the grid.
     int32_t verbose_mode = 1;
+    uint8_t verbose_buf[256] = {};  // pending GB2312 bytes for the host output
+    int32_t verbose_buf_len = 0;
 };
 
 // Sets the grid geometry for the font size, homes the cursor, clears the cells.
 void setscreen(Machine& m, int mode);
+// Puts one byte into the console: the grid, or the host output in verbose mode.
+void cout(Machine& m, uint8_t ch);
+// Scrolls the grid up by one row; the new last row holds spaces.
+void scr_up(Machine& m);
+// Writes the pending GB2312 bytes to the host output as UTF-8.
+void flush_verbose_buf(Machine& m);
+// Repaints the grid on the visible plane and requests a refresh.
+void update_lcd_0(Machine& m);

@@ -5,15 +5,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 
+#include "tools/run/script_host.h"
 #include "vm/interp.h"
 #include "vm/loader.h"
 #include "vm/opcodes.h"
 
 namespace {
 
+constexpr int kStatusNoKeys = 123;
 constexpr int kStatusStepLimit = 124;
 constexpr int kStatusUsage = 125;
 constexpr int kStatusLoad = 126;
@@ -25,21 +29,22 @@ const char* const kUsage =
     "\n"
     "Options:\n"
     "  --max-steps N   stop after N instructions (status 124)\n"
+    "  --clock real|virtual\n"
+    "                  real time (default), or a virtual clock that advances only\n"
+    "                  while the program waits and starts at 2024-01-01 00:00:00\n"
+    "  --keys SCRIPT   button presses: TIME:BUTTON+ (press), TIME:BUTTON- (release),\n"
+    "                  TIME:BUTTON (press, release 100 ms later); TIME in ms from\n"
+    "                  the start; BUTTON one of UP DOWN LEFT RIGHT A B SELECT START\n"
+    "                  L1 R1 X Y; entries separated by blanks or commas\n"
+    "  --keys-file F   the same script read from a file (# starts a comment)\n"
     "  --trace         print each instruction with its code offset (stderr)\n"
     "  --stats         print the instruction count and speed (stderr)\n"
     "  --log-stdout    write the machine log to standard output (default: stderr)\n"
     "  -h, --help      show this help\n"
     "\n"
-    "Exit status: the program's exit code; 124 step limit reached;\n"
+    "Exit status: the program's exit code; 123 the program waited for a key\n"
+    "after the key script had ended; 124 step limit reached;\n"
     "125 usage error; 126 the program could not be loaded.\n";
-
-struct RunHost : Host {
-    FILE* log_to = stderr;
-    void log(std::string_view text) override {
-        std::fwrite(text.data(), 1, text.size(), log_to);
-        std::fflush(log_to);
-    }
-};
 
 // One line of the trace: offset, mnemonic and operands as encoded.
 void trace_line(const Machine& m) {
@@ -100,7 +105,8 @@ void trace_line(const Machine& m) {
 
 int main(int argc, char** argv) {
     uint64_t max_steps = UINT64_MAX;
-    bool trace = false, stats = false, log_stdout = false;
+    bool trace = false, stats = false, log_stdout = false, virtual_clock = false;
+    std::string key_script;
     std::string program;
     std::string args;
     for (int i = 1; i < argc; ++i) {
@@ -115,6 +121,22 @@ int main(int argc, char** argv) {
                 std::fprintf(stderr, "tvxrun: --max-steps needs a positive number\n");
                 return kStatusUsage;
             }
+        } else if (program.empty() && a == "--clock" && i + 1 < argc) {
+            const std::string c = argv[++i];
+            if (c != "real" && c != "virtual") {
+                std::fprintf(stderr, "tvxrun: --clock takes real or virtual\n");
+                return kStatusUsage;
+            }
+            virtual_clock = c == "virtual";
+        } else if (program.empty() && a == "--keys" && i + 1 < argc) {
+            key_script += std::string(argv[++i]) + "\n";
+        } else if (program.empty() && a == "--keys-file" && i + 1 < argc) {
+            std::ifstream in(argv[++i]);
+            if (!in) {
+                std::fprintf(stderr, "tvxrun: cannot read %s\n", argv[i]);
+                return kStatusUsage;
+            }
+            key_script += std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()) + "\n";
         } else if (program.empty() && a == "--trace") {
             trace = true;
         } else if (program.empty() && a == "--stats") {
@@ -136,10 +158,17 @@ int main(int argc, char** argv) {
         return kStatusUsage;
     }
 
-    RunHost host;
+    ScriptHost host;
     host.log_to = log_stdout ? stdout : stderr;
+    host.virtual_clock = virtual_clock;
+    std::string error;
+    if (!parse_key_script(key_script, &host.events, &error)) {
+        std::fprintf(stderr, "tvxrun: %s\n", error.c_str());
+        return kStatusUsage;
+    }
     auto m = std::make_unique<Machine>();
     m->host = &host;
+    host.machine = m.get();
     m->tvxFilePath = program;
     m->tvxProgArgs = args;
     m->single_program_mode = 1;
@@ -152,16 +181,25 @@ int main(int argc, char** argv) {
         while (steps < max_steps && !m->force_exit_tvx.load(std::memory_order_relaxed)) {
             trace_line(*m);
             vm_step(*m);
-            ++steps;
+            if ((++steps & 0xFFFF) == 0) host.pump();
         }
     } else {
-        steps = vm_run_steps(*m, max_steps);
+        // Key events are applied between slices, as a front-end pass would.
+        constexpr uint64_t kSlice = 1 << 16;
+        while (steps < max_steps && !m->force_exit_tvx.load(std::memory_order_relaxed)) {
+            steps += vm_run_steps(*m, std::min(kSlice, max_steps - steps));
+            host.pump();
+        }
     }
     const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     std::fflush(stdout);
     if (stats)
         std::fprintf(stderr, "tvxrun: %" PRIu64 " instructions in %.3f s (%.1f million/s)\n", steps, secs,
                      secs > 0 ? static_cast<double>(steps) / secs / 1e6 : 0.0);
+    if (host.starved && !m->exited) {
+        std::fprintf(stderr, "tvxrun: the program waits for a key and the key script has ended\n");
+        return kStatusNoKeys;
+    }
     if (!m->exited) {
         std::fprintf(stderr, "tvxrun: stopped after %" PRIu64 " instructions (step limit)\n", steps);
         return kStatusStepLimit;

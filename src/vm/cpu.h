@@ -55,7 +55,8 @@ struct Cpu {
     int64_t seed = 0;
     uint32_t cur_funcid = 0, func_top = 0;
     uint32_t func_stack[kFuncStack] = {};
-    int32_t delay = 0, wait_key = 0, line_mode = 0;
+    int32_t delay = 0, wait_key = 0;
+    uint64_t line_mode = 0;  // rows a console repaint skips
     int32_t have_pen = 0, have_keypad = 1;
 
     // Set by the front-end (or the exit call in single-program mode) to stop

@@ -12,6 +12,11 @@ void Host::log(std::string_view text) {
     std::fflush(stdout);
 }
 
+void Host::console_write(std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
 int Host::GetMillisecond_os() {
     timeval tv{};
     gettimeofday(&tv, nullptr);

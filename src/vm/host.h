@@ -22,6 +22,11 @@ struct Host {
 
     // Sink of the machine log (mylog): standard output by default.
     virtual void log(std::string_view text);
+    // Console text in verbose mode (UTF-8): standard output by default.
+    virtual void console_write(std::string_view text);
+    // Asked by calls that wait for a key: false ends the program instead
+    // (a host that knows no key will ever come, such as a scripted run).
+    virtual bool keep_waiting(Machine&) { return true; }
 
     // Fraction of the current wall-clock second in 256ths, 0-255.
     virtual int GetMillisecond_os();

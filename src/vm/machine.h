@@ -11,7 +11,7 @@
 #include "vm/host.h"
 #include "vm/task.h"
 
-struct Machine : Cpu, Screen, Console, Keys, Tasks, Presentation {
+struct Machine : Cpu, Screen, Console, Keys, ClockState, Tasks, Presentation {
     Host* host = &default_host();
 };
 
