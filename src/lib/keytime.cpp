@@ -25,11 +25,6 @@ void SetGamePad(Keys& k, uint16_t vk) {
 
 namespace {
 
-// Waiting calls present from the VM thread when that is the refresh policy.
-void refresh_if_due(Machine& m) {
-    if (m.need_refresh.load(std::memory_order_relaxed) && m.refresh_mode == 2) m.host->HardwareRefresh(m);
-}
-
 uint8_t key(const Machine& m) { return m.tvx_key.load(std::memory_order_relaxed); }
 
 }  // namespace

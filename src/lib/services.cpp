@@ -42,10 +42,6 @@ void FlmDecode(Machine& m, uint32_t src, uint32_t dst) {
     }
 }
 
-void refresh_if_due(Machine& m) {
-    if (m.need_refresh.load(std::memory_order_relaxed) && m.refresh_mode == 2) m.host->HardwareRefresh(m);
-}
-
 }  // namespace
 
 void c_system(Machine& m) {

@@ -45,15 +45,20 @@ LocalTime Host::GetLocalTime_os() {
     return {t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, t.tm_wday};
 }
 
+void to_tm(const LocalTime& lt, struct tm* out) {
+    *out = tm{};
+    out->tm_year = lt.year - 1900;
+    out->tm_mon = lt.month - 1;
+    out->tm_mday = lt.day;
+    out->tm_hour = lt.hour;
+    out->tm_min = lt.minute;
+    out->tm_sec = lt.second;
+    out->tm_isdst = 0;
+}
+
 void Host::SetLocalTime_os(const LocalTime& lt) {
     tm t{};
-    t.tm_year = lt.year - 1900;
-    t.tm_mon = lt.month - 1;
-    t.tm_mday = lt.day;
-    t.tm_hour = lt.hour;
-    t.tm_min = lt.minute;
-    t.tm_sec = lt.second;
-    t.tm_isdst = 0;
+    to_tm(lt, &t);
     const timespec ts{mktime(&t), 0};
     (void)clock_settime(CLOCK_REALTIME, &ts);  // without the right to do so nothing happens
 }

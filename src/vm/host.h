@@ -14,6 +14,10 @@ struct LocalTime {
     int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, weekday = 0;
 };
 
+// The calendar fields as a struct tm (weekday left out, no daylight saving).
+struct tm;
+void to_tm(const LocalTime& t, struct tm* out);
+
 struct Host {
     virtual ~Host() = default;
 

@@ -39,6 +39,11 @@ inline int CheckExitKey(Machine& m) {
     return 0;
 }
 
+// Waiting calls present from the VM thread when that is the refresh policy.
+inline void refresh_if_due(Machine& m) {
+    if (m.need_refresh.load(std::memory_order_relaxed) && m.refresh_mode == 2) m.host->HardwareRefresh(m);
+}
+
 void c_exit(Machine& m);
 void good_exit(Machine& m);
 void bad_exit(Machine& m);

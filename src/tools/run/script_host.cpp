@@ -119,9 +119,7 @@ uint64_t ScriptHost::GetNanoSeconds_os() {
 LocalTime ScriptHost::GetLocalTime_os() {
     if (!virtual_clock) return Host::GetLocalTime_os();
     tm t{};
-    t.tm_year = kVirtualEpoch.year - 1900;
-    t.tm_mon = kVirtualEpoch.month - 1;
-    t.tm_mday = kVirtualEpoch.day;
+    to_tm(kVirtualEpoch, &t);
     const time_t base = timegm(&t);
     const time_t now = base + static_cast<time_t>(virtual_ns_ / 1000000000ULL) + calendar_offset_s_;
     tm out{};
@@ -132,21 +130,9 @@ LocalTime ScriptHost::GetLocalTime_os() {
 void ScriptHost::SetLocalTime_os(const LocalTime& lt) {
     // The virtual calendar moves; the host clock is never touched by a run.
     if (!virtual_clock) return;
-    tm t{};
-    t.tm_year = lt.year - 1900;
-    t.tm_mon = lt.month - 1;
-    t.tm_mday = lt.day;
-    t.tm_hour = lt.hour;
-    t.tm_min = lt.minute;
-    t.tm_sec = lt.second;
-    const LocalTime now = GetLocalTime_os();
-    tm n{};
-    n.tm_year = now.year - 1900;
-    n.tm_mon = now.month - 1;
-    n.tm_mday = now.day;
-    n.tm_hour = now.hour;
-    n.tm_min = now.minute;
-    n.tm_sec = now.second;
+    tm t{}, n{};
+    to_tm(lt, &t);
+    to_tm(GetLocalTime_os(), &n);
     calendar_offset_s_ += static_cast<int64_t>(timegm(&t) - timegm(&n));
 }
 
