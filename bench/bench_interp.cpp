@@ -78,7 +78,7 @@ void run_program(benchmark::State& state, const std::string& name, int (*expecte
         return;
     }
     std::rewind(f);
-    set_image(*m, TvxOpen(*m, f));
+    set_image(*m, TvxOpen(f));
     if (!m->pTOVI) {
         state.SkipWithError("cannot load the program");
         return;

@@ -29,7 +29,6 @@ void lmemcpy(Cpu& c, uint32_t dst, uint32_t src, uint32_t n) {
         // Largest run that neither wraps nor reads bytes this copy has written.
         uint32_t run = std::min({n, kRamSize - d, kRamSize - s});
         if (d > s && d - s < run) run = d - s;
-        if (run == 0) run = 1;  // d == s: copying onto itself
         std::memmove(c.tovix_ram + d, c.tovix_ram + s, run);
         d = (d + run) & kRamMask;
         s = (s + run) & kRamMask;
@@ -37,21 +36,31 @@ void lmemcpy(Cpu& c, uint32_t dst, uint32_t src, uint32_t n) {
     }
 }
 
-std::unique_ptr<TvxImage> TvxOpen(Machine& m, FILE* stream) {
+namespace {
+
+// A zero-filled image of `size` file bytes, its terminating zero and the
+// padding after it.
+std::unique_ptr<TvxImage> padded_image(size_t size) {
+    auto img = std::make_unique<TvxImage>();
+    img->bytes.assign(size + 1 + kImagePad, 0xFF);
+    img->bytes[size] = 0;
+    img->file_size = static_cast<uint32_t>(size);
+    return img;
+}
+
+}  // namespace
+
+std::unique_ptr<TvxImage> TvxOpen(FILE* stream) {
     std::fseek(stream, 0, SEEK_END);
     const long n = std::ftell(stream);
     std::fseek(stream, 0, SEEK_SET);
+    std::unique_ptr<TvxImage> img;
     // Code offsets are 24-bit, so a larger file cannot be a program.
-    if (n < 0 || n > 0xFFFFFF) {
-        std::printf("memory not enough(%ld) for load tvx!\n", n + 1);
-        std::fclose(stream);
-        return nullptr;
-    }
-    auto img = std::unique_ptr<TvxImage>(new (std::nothrow) TvxImage);
-    try {
-        if (img) img->bytes.assign(static_cast<size_t>(n) + 1 + kImagePad, 0xFF);
-    } catch (const std::bad_alloc&) {
-        img.reset();
+    if (n >= 0 && n <= 0xFFFFFF) {
+        try {
+            img = padded_image(static_cast<size_t>(n));
+        } catch (const std::bad_alloc&) {
+        }
     }
     if (!img) {
         std::printf("memory not enough(%ld) for load tvx!\n", n + 1);
@@ -62,16 +71,12 @@ std::unique_ptr<TvxImage> TvxOpen(Machine& m, FILE* stream) {
     img->bytes[got] = 0;
     img->file_size = static_cast<uint32_t>(got);
     std::fclose(stream);
-    (void)m;
     return img;
 }
 
 std::unique_ptr<TvxImage> image_from_bytes(const uint8_t* data, size_t size) {
-    auto img = std::make_unique<TvxImage>();
-    img->bytes.assign(size + 1 + kImagePad, 0xFF);
+    auto img = padded_image(size);
     if (size) std::memcpy(img->bytes.data(), data, size);
-    img->bytes[size] = 0;
-    img->file_size = static_cast<uint32_t>(size);
     return img;
 }
 
@@ -90,7 +95,7 @@ std::unique_ptr<TvxImage> open_checked(Machine& m, FILE* f, const std::string& p
         std::fclose(f);
         return nullptr;
     }
-    return TvxOpen(m, f);
+    return TvxOpen(f);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ std::unique_ptr<TvxImage> TaskOpenUtf8(Machine& m, const std::string& path);
 // The same for a guest path (GB2312).
 std::unique_ptr<TvxImage> TaskOpen(Machine& m, const std::string& path);
 // Reads the whole open stream into a new image and closes the stream.
-std::unique_ptr<TvxImage> TvxOpen(Machine& m, FILE* stream);
+std::unique_ptr<TvxImage> TvxOpen(FILE* stream);
 
 // An image holding a copy of the given file bytes (no header check).
 std::unique_ptr<TvxImage> image_from_bytes(const uint8_t* data, size_t size);
