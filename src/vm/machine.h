@@ -5,6 +5,7 @@
 #include <cstdarg>
 
 #include "display/console.h"
+#include "display/present.h"
 #include "display/screen.h"
 #include "lib/keys.h"
 #include "vm/cpu.h"

@@ -1,5 +1,4 @@
-// Task records of nested programs and the presentation flags shared with
-// the front-end.
+// Task records of nested programs.
 #pragma once
 
 #include <atomic>
@@ -19,10 +18,4 @@ struct Tasks {
 
     std::string tvxFilePath;  // host path (UTF-8) of the first program
     std::string tvxProgArgs;  // its argument string
-};
-
-struct Presentation {
-    std::atomic<uint8_t> need_refresh{0};
-    std::atomic<uint8_t> can_refresh{1};
-    int32_t refresh_mode = 0;
 };
