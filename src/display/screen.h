@@ -23,7 +23,12 @@ struct Screen {
     uint16_t xx = 0, yy = 0;
     uint32_t m1l = 0;
     uint8_t lcmd = 0, no_buf = 0, negative = 0;
+    uint16_t x0 = 0, x1 = 0, Y0 = 0, Y1 = 0;  // line and rectangle corners
 };
+
+// m1l = byte index of (xx, yy) in the drawing plane: plane 0 when no_buf is
+// set, plane 1 otherwise. No bounds check; callers check coordinates first.
+inline void ByteAddr(Screen& s) { s.m1l = s.xx + s.yy * 320u + (s.no_buf ? 0u : uint32_t(kPlaneSize)); }
 
 void calcPalette(Screen& s);
 void Palette2(Screen& s);
