@@ -10,6 +10,8 @@
 #include <memory>
 #include <string>
 
+#include "fs/config.h"
+#include "fs/path.h"
 #include "tools/run/script_host.h"
 #include "vm/interp.h"
 #include "vm/loader.h"
@@ -40,6 +42,9 @@ const char* const kUsage =
     "  --trace         print each instruction with its code offset (stderr)\n"
     "  --stats         print the instruction count and speed (stderr)\n"
     "  --log-stdout    write the machine log to standard output (default: stderr)\n"
+    "  --root DIR      guest root directory, the guest's \"/\" (default: the\n"
+    "                  directory holding the program); the configuration is read\n"
+    "                  from DIR/System/Config.ini (default: TovixOS/System/Config.ini)\n"
     "  -h, --help      show this help\n"
     "\n"
     "Exit status: the program's exit code; 123 the program waited for a key\n"
@@ -107,6 +112,7 @@ int main(int argc, char** argv) {
     uint64_t max_steps = UINT64_MAX;
     bool trace = false, stats = false, log_stdout = false, virtual_clock = false;
     std::string key_script;
+    std::string root;
     std::string program;
     std::string args;
     for (int i = 1; i < argc; ++i) {
@@ -141,6 +147,8 @@ int main(int argc, char** argv) {
             trace = true;
         } else if (program.empty() && a == "--stats") {
             stats = true;
+        } else if (program.empty() && a == "--root" && i + 1 < argc) {
+            root = argv[++i];
         } else if (program.empty() && a == "--log-stdout") {
             log_stdout = true;
         } else if (program.empty() && a.size() > 1 && a[0] == '-') {
@@ -172,8 +180,18 @@ int main(int argc, char** argv) {
     m->tvxFilePath = program;
     m->tvxProgArgs = args;
     m->single_program_mode = 1;
+    // Guest paths are GB2312: the root must have a GB2312 form.
+    std::string root_gb;
+    if (!root.empty()) {
+        if (!host_path_gb(root, &root_gb) || root_gb.size() >= kPathMax - 1) {
+            std::fprintf(stderr, "tvxrun: --root %s: not a usable guest root\n", root.c_str());
+            return kStatusUsage;
+        }
+    }
     Color256Init(*m);
+    ReadConfig(*m, root.empty() ? "TovixOS/System/Config.ini" : (root_gb + "/System/Config.ini").c_str());
     if (!vm_start(*m)) return kStatusLoad;
+    if (!root.empty()) SetRoot(*m, root_gb.c_str());
 
     const auto t0 = std::chrono::steady_clock::now();
     uint64_t steps = 0;
@@ -192,6 +210,8 @@ int main(int argc, char** argv) {
         }
     }
     const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    // Files the program left open are written out as the run ends.
+    close_all_files(*m);
     std::fflush(stdout);
     if (stats)
         std::fprintf(stderr, "tvxrun: %" PRIu64 " instructions in %.3f s (%.1f million/s)\n", steps, secs,

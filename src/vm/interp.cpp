@@ -103,7 +103,9 @@ void wait_no_key(Machine& m) {
     for (;;) {
         bool held = false;
         for (const auto& k : m.cur_keyb) held |= k.load(std::memory_order_relaxed) != 0;
-        if (!held) break;
+        // A host that will never release the keys (a finished key script)
+        // does not keep the machine here.
+        if (!held || !m.host->keep_waiting(m)) break;
         m.host->Sleep_os(1);
     }
     m.tvx_key.store(0, std::memory_order_relaxed);
@@ -112,8 +114,16 @@ void wait_no_key(Machine& m) {
 void c_exit(Machine& m) {
     if (m.need_refresh.load(std::memory_order_relaxed) && m.task_lev > 0) m.host->HardwareRefresh(m);
     get_val(m);
+    const uint32_t code = m.a1;
     wait_no_key(m);
-    m.exit_code = static_cast<int32_t>(m.a1);
+    if (m.task_lev > 0) {
+        exit_nested(m, code);
+        // What the parent's files hold so far reaches the disk as well.
+        flush_all_files(m);
+        return;
+    }
+    flush_all_files(m);
+    m.exit_code = static_cast<int32_t>(code);
     m.exited = true;
     if (m.single_program_mode)
         m.force_exit_tvx.store(1, std::memory_order_relaxed);

@@ -2,6 +2,8 @@
 
 #include "vm/tvx_header.h"
 
+#include "fs/path.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
@@ -105,22 +107,34 @@ std::unique_ptr<TvxImage> TaskOpenUtf8(Machine& m, const std::string& path) {
 }
 
 std::unique_ptr<TvxImage> TaskOpen(Machine& m, const std::string& path) {
-    // Guest paths reach the host unchanged until the guest file system maps them.
-    return open_checked(m, std::fopen(path.c_str(), "rb"), path);
+    std::string shown;
+    if (!gb_host_path(path.c_str(), &shown)) shown = path;
+    return open_checked(m, fopen_gb(path.c_str(), "rb"), shown);
 }
 
 std::unique_ptr<TvxImage> shell_init(Machine& m) {
+    filesys_init(m);
     m.lRam = 0;
     m.task_lev = 0;
     if (!m.tvxFilePath.empty()) {
+        m.VirtualFullName = m.tvxFilePath;
         const auto slash = m.tvxFilePath.rfind('/');
         if (slash != std::string::npos) {
             const std::string root = m.tvxFilePath.substr(0, slash);
             if (m.verbose_mode) mylog(m, "[IO] Setting root path (UTF-8): %s\n", root.c_str());
-            if (m.verbose_mode) mylog(m, "[IO] Setting root path (GBK): %s\n", root.c_str());
+            // A directory whose name has no GB2312 form keeps the default
+            // root: a cut or altered name would be another directory.
+            std::string gb;
+            if (host_path_gb(root, &gb)) {
+                if (m.verbose_mode) mylog(m, "[IO] Setting root path (GBK): %s\n", gb.c_str());
+                SetRoot(m, gb.c_str());
+            } else {
+                mylog(m, "[IO] Root path has no GB2312 form, keeping %s: %s\n", m.RootPath, root.c_str());
+            }
         }
         return TaskOpenUtf8(m, m.tvxFilePath);
     }
+    m.VirtualFullName = "TovixOS/System/Hubsel.sys";
     return TaskOpen(m, "TovixOS/System/Hubsel.sys");
 }
 

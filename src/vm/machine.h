@@ -7,12 +7,13 @@
 #include "display/console.h"
 #include "display/present.h"
 #include "display/screen.h"
+#include "fs/files.h"
 #include "lib/keys.h"
 #include "vm/cpu.h"
 #include "vm/host.h"
 #include "vm/task.h"
 
-struct Machine : Cpu, Screen, Console, Keys, ClockState, Tasks, Presentation {
+struct Machine : Cpu, Screen, Console, Keys, ClockState, Tasks, Presentation, Files {
     Host* host = &default_host();
 };
 

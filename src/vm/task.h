@@ -1,14 +1,39 @@
-// Task records of nested programs.
+// Task records of nested programs: what a program had when it started
+// another, restored when that one ends.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
+
+#include "fs/files.h"
+#include "vm/cpu.h"
 
 inline constexpr int kTaskLevels = 8;
 
+struct TaskRecord {
+    // Written by the parent for this level; bit 7 of the low byte forbids
+    // this level to start programs.
+    uint32_t mode = 0;
+    char CD[kPathMax] = {};
+    char RootPath[kPathMax] = {};
+    uint32_t RamBits = 16;
+    uint16_t graph_mode = 0, bgcolor = 0, fgcolor = 0;
+    uint8_t palette[768] = {};
+    uint8_t key_code[13] = {};
+    int32_t ScreenWidth = 0, ScreenHeight = 0;
+    uint8_t secret = 0;
+    std::unique_ptr<TvxImage> image;
+    uint32_t lRam = 0, lPC = 0;
+    uint32_t local_sp = 0, local_bp = 0;
+    uint8_t eval_top = 0;
+    uint32_t string_ptr = 0;
+};
+
 struct Tasks {
     int32_t task_lev = 0;
+    TaskRecord task[kTaskLevels];
     // 1 when the program file was named on the command line: the exit call at
     // level 0 ends the machine instead of restarting the program.
     int32_t single_program_mode = 0;
@@ -19,3 +44,12 @@ struct Tasks {
     std::string tvxFilePath;  // host path (UTF-8) of the first program
     std::string tvxProgArgs;  // its argument string
 };
+
+struct Machine;
+
+// Copies the palette into / back from the current level's task record.
+void Save_Palette(Machine& m);
+void Load_Palette(Machine& m);
+// Ends a nested program with exit code `code`: the parent resumes with the
+// code as the result of its start call.
+void exit_nested(Machine& m, uint32_t code);

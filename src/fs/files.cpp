@@ -1,0 +1,331 @@
+// The file calls: a table of 16 open host streams shown to the guest as the
+// handles 0x80-0x8F, directory listings, and directory and file management.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "cjk/gbconv.h"
+#include "fs/path.h"
+#include "lib/syscalls.h"
+#include "vm/machine.h"
+
+Files::~Files() { close_all_files(*this); }
+
+void close_all_files(Files& f) {
+    for (int i = 0; i < kMaxFiles; ++i) {
+        if (f.fhandle[i]) std::fclose(f.fhandle[i]);
+        f.fhandle[i] = nullptr;
+        f.last_io[i] = 0;
+    }
+}
+
+void flush_all_files(Files& f) {
+    for (FILE* s : f.fhandle)
+        if (s) std::fflush(s);
+}
+
+void c_closeall(Machine& m) {
+    for (int i = 0; i < kMaxFiles; ++i) {
+        if (m.fhandle[i] && m.ftask[i] == m.task_lev) {
+            std::fclose(m.fhandle[i]);
+            m.fhandle[i] = nullptr;
+            m.last_io[i] = 0;
+        }
+    }
+}
+
+namespace {
+
+constexpr uint32_t kTrue = 0xFFFFFFFFu;  // -1
+
+// The zero-terminated guest string at a (masked by the caller), read with
+// the block's wrap-around; at most one pass over the block.
+std::string guest_string(Machine& m, uint32_t a) {
+    std::string s;
+    uint32_t room;
+    const uint8_t* p = guest_ptr(m, a, &room);
+    if (const void* z = std::memchr(p, 0, room)) return std::string(reinterpret_cast<const char*>(p), static_cast<const uint8_t*>(z) - p);
+    s.assign(reinterpret_cast<const char*>(p), room);
+    const uint8_t* z = static_cast<const uint8_t*>(std::memchr(m.tovix_ram, 0, kRamSize - room));
+    s.append(reinterpret_cast<const char*>(m.tovix_ram), z ? static_cast<size_t>(z - m.tovix_ram) : kRamSize - room);
+    return s;
+}
+
+uint32_t pop_addr(Machine& m) {
+    get_val(m);
+    return m.a1 & m.addr_mask;
+}
+
+// Pops the normalised form of a guest path into norm; false when rejected.
+bool pop_path(Machine& m, char* norm) { return my_pathformat(m, guest_string(m, pop_addr(m)), norm) == 0; }
+
+// UTF-8 form of a GB2312 host path for a log line (the bytes as they are
+// when they do not convert).
+std::string log_name(const char* gb) {
+    std::string s;
+    return gb_host_path(gb, &s) ? s : std::string(gb);
+}
+
+bool is_directory(const std::string& host) {
+    struct stat st;
+    return stat(host.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Pops a handle and returns its slot, or -1 when it is not an open handle.
+int check_handle(Machine& m) {
+    get_val(m);
+    const uint32_t h = m.a1 & 0xFF;
+    if (h < 0x80 || h >= 0x80 + kMaxFiles) return -1;
+    const int slot = static_cast<int>(h - 0x80);
+    return m.fhandle[slot] ? slot : -1;
+}
+
+// A stream must be repositioned between writing and reading.
+FILE* stream_for(Machine& m, int slot, uint8_t io) {
+    FILE* s = m.fhandle[slot];
+    if (m.last_io[slot] && m.last_io[slot] != io) std::fseek(s, 0, SEEK_CUR);
+    m.last_io[slot] = io;
+    return s;
+}
+
+const char* host_mode(const std::string& mode) {
+    static constexpr const char* kModes[][2] = {{"r", "rb"},   {"r+", "rb+"}, {"w", "wb"},
+                                                {"w+", "wb+"}, {"a", "ab"},   {"a+", "ab+"}};
+    for (const auto& row : kModes)
+        if (mode == row[0]) return row[1];
+    return nullptr;
+}
+
+// Moves count bytes between the stream and guest memory at buf, wrapping at
+// the end of the block. Returns the number of bytes moved.
+uint32_t transfer(Machine& m, FILE* s, uint32_t buf, uint32_t count, bool write) {
+    uint32_t done = 0;
+    while (done < count) {
+        uint32_t room;
+        uint8_t* p = guest_ptr(m, buf + done, &room);
+        const uint32_t want = std::min(count - done, room);
+        const size_t got = write ? std::fwrite(p, 1, want, s) : std::fread(p, 1, want, s);
+        done += static_cast<uint32_t>(got);
+        if (got < want) break;
+    }
+    return done;
+}
+
+void fread_or_fwrite(Machine& m, bool write) {
+    const int slot = check_handle(m);
+    if (slot < 0) {
+        m.eval_top = static_cast<uint8_t>(m.eval_top - 12);
+        push_cell(m, 0);
+        return;
+    }
+    const uint32_t count = pop_addr(m);
+    get_val(m);  // element size: always read as 1
+    const uint32_t buf = pop_addr(m);
+    push_cell(m, transfer(m, stream_for(m, slot, write ? 2 : 1), buf, count, write));
+}
+
+// Name of a listed host entry as the guest sees it, or false when it is not
+// listed: "." and "..", names that are not GB2312 (or do not convert back
+// to the same host name, so could not be opened) and names of 15 bytes or more.
+bool listed_name(const char* host_name, char* gb, size_t gb_size) {
+    if (!std::strcmp(host_name, ".") || !std::strcmp(host_name, "..")) return false;
+    bool complete = false;
+    const size_t n = utf8_to_gb(host_name, std::strlen(host_name), gb, gb_size, &complete);
+    if (!complete || n >= 15) return false;
+    std::string back;
+    return gb_host_path(gb, &back) && back == host_name;
+}
+
+}  // namespace
+
+namespace {
+
+// Pops a guest path into norm (normalised) and FileName (its host path);
+// false, with FileName empty, when the path is rejected.
+bool resolve_name(Machine& m, char* norm) {
+    if (pop_path(m, norm)) {
+        true_name(m, norm, m.FileName);
+        return true;
+    }
+    norm[0] = 0;
+    m.FileName[0] = 0;
+    return false;
+}
+
+}  // namespace
+
+void get_name(Machine& m) {
+    char norm[kPathMax];
+    resolve_name(m, norm);
+}
+
+void get_exe_name(Machine& m) {
+    char norm[kPathMax];
+    if (resolve_name(m, norm))
+        m.VirtualFullName = std::string("/") + norm;
+    else
+        m.VirtualFullName.clear();
+}
+
+void c_fopen(Machine& m) {
+    const std::string guest_mode = guest_string(m, pop_addr(m)).substr(0, 32);
+    const char* mapped = host_mode(guest_mode);
+    const std::string mode = mapped ? mapped : guest_mode;
+    get_name(m);
+    int slot = 0;
+    while (slot < kMaxFiles && m.fhandle[slot]) ++slot;
+    if (slot == kMaxFiles) {
+        if (m.verbose_mode) mylog(m, "[IO] fopen FAILED: no more file handles (max %d)\n", kMaxFiles);
+        push_cell(m, 0);
+        return;
+    }
+    FILE* s = nullptr;
+    std::string host;
+    // Other modes reach the host as they are, except the code-set form
+    // (",ccs="), which would make a byte stream a wide one.
+    if (gb_host_path(m.FileName, &host) && !is_directory(host) && mode.find(',') == std::string::npos)
+        s = std::fopen(host.c_str(), mode.c_str());
+    if (!s) {
+        if (m.verbose_mode) mylog(m, "[IO] fopen FAILED: %s (mode: %s)\n", log_name(m.FileName).c_str(), mode.c_str());
+        push_cell(m, 0);
+        return;
+    }
+    m.fhandle[slot] = s;
+    m.ftask[slot] = static_cast<uint8_t>(m.task_lev);
+    m.last_io[slot] = 0;
+    push_cell(m, 0x80u + static_cast<uint32_t>(slot));
+}
+
+void c_fclose(Machine& m) {
+    const int slot = check_handle(m);
+    if (slot < 0) return;
+    std::fclose(m.fhandle[slot]);
+    m.fhandle[slot] = nullptr;
+    m.last_io[slot] = 0;
+}
+
+void c_fread(Machine& m) { fread_or_fwrite(m, false); }
+void c_fwrite(Machine& m) { fread_or_fwrite(m, true); }
+
+void c_fseek(Machine& m) {
+    get_val(m);
+    const uint32_t whence = m.a1 & 0xFF;
+    get_val(m);
+    const auto offset = static_cast<int32_t>(m.a1);
+    const int slot = check_handle(m);
+    static constexpr int kWhence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+    if (slot < 0 || whence > 2 || std::fseek(m.fhandle[slot], offset, kWhence[whence]) != 0) {
+        push_cell(m, kTrue);
+        return;
+    }
+    m.last_io[slot] = 0;
+    push_cell(m, 0);
+}
+
+void c_ftell(Machine& m) {
+    const int slot = check_handle(m);
+    push_cell(m, slot < 0 ? kTrue : static_cast<uint32_t>(std::ftell(m.fhandle[slot])));
+}
+
+void c_feof(Machine& m) {
+    const int slot = check_handle(m);
+    push_cell(m, slot < 0 ? kTrue : std::feof(m.fhandle[slot]) ? 1u : 0u);
+}
+
+void c_rewind(Machine& m) {
+    const int slot = check_handle(m);
+    if (slot < 0) return;
+    std::rewind(m.fhandle[slot]);
+    m.last_io[slot] = 0;
+}
+
+void c_getc(Machine& m) {
+    const int slot = check_handle(m);
+    const int c = slot < 0 ? EOF : std::fgetc(stream_for(m, slot, 1));
+    push_cell(m, c == EOF ? kTrue : static_cast<uint32_t>(c));
+}
+
+void c_putc(Machine& m) {
+    const int slot = check_handle(m);
+    get_val(m);
+    const int c = slot < 0 ? EOF : std::fputc(static_cast<int>(m.a1 & 0xFF), stream_for(m, slot, 2));
+    push_cell(m, c == EOF ? kTrue : static_cast<uint32_t>(c));
+}
+
+void c_makedir(Machine& m) {
+    get_val(m);
+    push_cell(m, my_mkdir(m, guest_string(m, m.a1 & m.addr_mask)) == 0 ? kTrue : 0);
+}
+
+void c_deletefile(Machine& m) {
+    char norm[kPathMax];
+    // The root itself ("/" and the like) is never removed, even when empty.
+    std::string host;
+    const bool ok = resolve_name(m, norm) && norm[0] && gb_host_path(m.FileName, &host) && std::remove(host.c_str()) == 0;
+    push_cell(m, ok ? kTrue : 0);
+}
+
+void c_chdir(Machine& m) {
+    get_val(m);
+    push_cell(m, my_chdir(m, guest_string(m, m.a1 & m.addr_mask)) == 0 ? kTrue : 0);
+}
+
+void c_filelist(Machine&) {}
+
+void c_findfile(Machine& m) {
+    const uint32_t buf = pop_addr(m);
+    get_val(m);
+    const uint32_t count = m.a1 & 0xFFFF;
+    get_val(m);
+    const uint32_t start = m.a1 & 0xFFFF;
+    char dir[kPathMax];
+    true_name(m, m.CD, dir);
+    std::string host;
+    DIR* d = gb_host_path(dir, &host) ? opendir(host.c_str()) : nullptr;
+    if (!d) {
+        if (m.verbose_mode) mylog(m, "[IO] findfile FAILED: cannot open dir %s\n", log_name(dir).c_str());
+        push_cell(m, kTrue);
+        return;
+    }
+    uint32_t at = buf;
+    auto write_record = [&](const char* name) {
+        for (size_t i = 0; i <= std::strlen(name); ++i) lRamWrite(m, at + static_cast<uint32_t>(i), static_cast<uint8_t>(name[i]));
+        at += 16;
+    };
+    if (start == 0) write_record("..");
+    uint32_t n = 1;
+    while (n < start + count) {
+        const dirent* e = readdir(d);
+        if (!e) break;
+        char gb[64];
+        if (!listed_name(e->d_name, gb, sizeof gb)) continue;
+        if (n >= start) write_record(gb);
+        ++n;
+    }
+    closedir(d);
+    push_cell(m, n - start);
+}
+
+void c_getfilenum(Machine& m) {
+    get_name(m);
+    std::string host;
+    if (!m.FileName[0]) {
+        push_cell(m, kTrue);
+        return;
+    }
+    DIR* d = gb_host_path(m.FileName, &host) ? opendir(host.c_str()) : nullptr;
+    if (!d) {
+        if (m.verbose_mode) mylog(m, "[IO] getfilenum FAILED: cannot open dir %s\n", log_name(m.FileName).c_str());
+        push_cell(m, kTrue);
+        return;
+    }
+    uint32_t n = 0;
+    while (const dirent* e = readdir(d)) {
+        char gb[64];
+        if (listed_name(e->d_name, gb, sizeof gb)) ++n;
+    }
+    closedir(d);
+    push_cell(m, n);
+}

@@ -1,0 +1,50 @@
+// Guest file-system state: the root, the current directory, the last name
+// taken from the guest and the table of open files.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+struct Machine;
+
+inline constexpr int kMaxFiles = 16;     // handles 0x80-0x8F
+inline constexpr size_t kPathMax = 256;  // path buffers, terminator included
+
+struct Files {
+    // Host directory that the guest sees as "/", ending in "/" (GB2312).
+    char RootPath[kPathMax] = "TovixOS/";
+    // Guest current directory relative to the root, no leading or trailing "/".
+    char CD[kPathMax] = {};
+    // Host path (GB2312) of the last guest name, empty when it was rejected.
+    char FileName[kPathMax] = {};
+    // Full name of the running program: its host path at the outermost
+    // level, its guest path ("/PROGRAM/x.tvx") for a nested program.
+    std::string VirtualFullName;
+
+    FILE* fhandle[kMaxFiles] = {};
+    uint8_t ftask[kMaxFiles] = {};  // task level that opened each slot
+    // Last transfer on each slot (0 none, 1 read, 2 write): a stream must be
+    // repositioned between a write and a read.
+    uint8_t last_io[kMaxFiles] = {};
+
+    Files() = default;
+    Files(const Files&) = delete;
+    Files& operator=(const Files&) = delete;
+    ~Files();
+};
+
+// Closes every open slot; what was written is on disk afterwards. The
+// front-end calls it when the process ends.
+void close_all_files(Files& f);
+// Writes out what every open slot has buffered.
+void flush_all_files(Files& f);
+// Closes the slots opened at the current task level (a nested program ends).
+void c_closeall(Machine& m);
+
+// Pops a guest path, normalises it and leaves its host path in FileName
+// (empty when the path is rejected).
+void get_name(Machine& m);
+// The same for a program to start; also sets VirtualFullName to the
+// normalised guest path with a leading "/".
+void get_exe_name(Machine& m);

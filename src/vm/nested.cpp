@@ -1,0 +1,123 @@
+// Nested programs: a program starts another and is suspended until it ends;
+// the child's exit code becomes the result of the start call. Each level's
+// state is kept in a task record while its child runs.
+#include <cstring>
+#include <string>
+
+#include "fs/config.h"
+#include "fs/path.h"
+#include "lib/syscalls.h"
+#include "vm/interp.h"
+#include "vm/loader.h"
+#include "vm/machine.h"
+
+void Save_Palette(Machine& m) { std::memcpy(m.task[m.task_lev].palette, m.palette, sizeof m.palette); }
+
+void Load_Palette(Machine& m) {
+    std::memcpy(m.palette, m.task[m.task_lev].palette, sizeof m.palette);
+    calcPalette(m);
+}
+
+namespace {
+
+constexpr uint32_t kFailed = 0xFFFFFFFFu;
+
+// The child's command line at `at` in the current RAM: its name, a blank and
+// the argument string, cut to fit below the text buffer.
+void write_child_cmdline(Machine& m, uint32_t at, const std::string& name, uint32_t args) {
+    std::string line = name + ' ';
+    constexpr size_t kMax = kTextBuffer - kCmdLine - 1;
+    for (uint32_t i = 0; line.size() < kMax; ++i) {
+        const uint8_t c = lRamRead(m, args + i);
+        if (!c) break;
+        line += static_cast<char>(c);
+    }
+    for (size_t i = 0; i < line.size(); ++i) lRamWrite(m, at + static_cast<uint32_t>(i), static_cast<uint8_t>(line[i]));
+    lRamWrite(m, at + static_cast<uint32_t>(line.size()), 0);
+}
+
+}  // namespace
+
+void c_exec(Machine& m) {
+    get_val(m);
+    const uint32_t mode = m.a1;
+    get_val(m);
+    const uint32_t args = m.a1 & m.addr_mask;
+    get_exe_name(m);
+    // A 16-bit program at the outermost level may not start programs; nor
+    // may a level whose parent set bit 7 of its mode, nor the last level.
+    if (!m.FileName[0] || (m.task_lev == 0 && m.RamBits == 16) ||
+        (m.task_lev > 0 && (m.task[m.task_lev].mode & 0x80)) || m.task_lev + 1 >= kTaskLevels) {
+        push_cell(m, kFailed);
+        return;
+    }
+    auto image = TaskOpen(m, m.FileName);
+    if (!image) {
+        push_cell(m, kFailed);
+        return;
+    }
+    const int lev = m.task_lev;
+    m.task[lev + 1].mode = mode;
+    TaskRecord& t = m.task[lev];
+    t.local_bp = m.local_bp;
+    t.local_sp = m.local_sp;
+    t.eval_top = m.eval_top;
+    t.string_ptr = m.string_ptr;
+    t.lRam = m.lRam;
+    t.lPC = m.lPC;
+    t.RamBits = m.RamBits;
+    t.graph_mode = m.graph_mode;
+    t.bgcolor = m.bgcolor;
+    t.fgcolor = m.fgcolor;
+    Save_Palette(m);
+    SaveKeyCode(m);
+    t.ScreenWidth = m.ScreenWidth;
+    t.ScreenHeight = m.ScreenHeight;
+    t.secret = m.secret;
+    std::memcpy(t.CD, m.CD, sizeof t.CD);
+    std::memcpy(t.RootPath, m.RootPath, sizeof t.RootPath);
+
+    write_child_cmdline(m, m.local_sp + kCmdLine, m.VirtualFullName, args);
+    t.image = std::move(m.pTOVI);
+    wait_no_key(m);
+    m.task_lev = lev + 1;
+    // The child's RAM begins at the parent's frame top.
+    m.lRam = (m.lRam + m.local_sp) & kRamMask;
+    set_image(m, std::move(image));
+
+    SetTvxRoot(m, m.FileName);
+    std::string config = m.FileName;
+    config.resize(config.rfind('/') + 1);
+    config += "Config.ini";
+    SetKeyCode(m, config.c_str());
+    tvxReset(m);
+    tvxReset(m);
+}
+
+void exit_nested(Machine& m, uint32_t code) {
+    c_closeall(m);
+    m.task_lev -= 1;
+    const TaskRecord& t = m.task[m.task_lev];
+    m.lPC = t.lPC;
+    m.lRam = t.lRam;
+    m.eval_top = t.eval_top;
+    m.local_sp = t.local_sp;
+    m.local_bp = t.local_bp;
+    m.string_ptr = t.string_ptr;
+    set_ram_bits(m, t.RamBits);
+    const bool mode_changed = m.graph_mode != t.graph_mode;
+    m.graph_mode = t.graph_mode;
+    if (t.ScreenWidth != m.ScreenWidth || t.ScreenHeight != m.ScreenHeight || mode_changed)
+        Adjust_Window(m, t.ScreenWidth, t.ScreenHeight, mode_changed);
+    m.bgcolor = t.bgcolor;
+    m.fgcolor = t.fgcolor;
+    Load_Palette(m);
+    LoadKeyCode(m);
+    m.secret = t.secret;
+    std::memcpy(m.CD, t.CD, sizeof m.CD);
+    std::memcpy(m.RootPath, t.RootPath, sizeof m.RootPath);
+    set_sys_ram(m);
+    // The child's image is freed here.
+    set_image(m, std::move(m.task[m.task_lev].image));
+    push_cell(m, code);
+}
