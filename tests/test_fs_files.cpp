@@ -1,0 +1,95 @@
+// File calls on the host side: listings and counts, names the guest cannot
+// see, records, refusals, the verbose switch, transfers that wrap at the end
+// of guest memory, and files closed by level and at shutdown.
+#include <set>
+
+#include "fs_harness.h"
+
+using namespace fs_test;
+
+namespace {
+
+std::string record(Machine& m, uint32_t at) {
+    std::string s;
+    for (uint8_t c; (c = lRamRead(m, at + static_cast<uint32_t>(s.size()))) != 0;) s += static_cast<char>(c);
+    return s;
+}
+
+TEST(FsFiles, ListingsAndCounts) {
+    FsVm vm;
+    Machine& m = *vm.m;
+    vm.dir.write("d/one.txt", "1");
+    vm.dir.write("d/\xE4\xB8\xAD.txt", "2");  // a GB2312 name on the host in UTF-8
+    vm.dir.write("d/ab_cd_ef_gh_ijk", "");    // 15 bytes: neither listed nor counted
+    vm.dir.write("d/\xF0\x9F\x98\x80", "");   // outside the BMP: no GB2312 form
+    vm.dir.write("d/bad\xFF", "");            // not UTF-8
+    vm.dir.write("d/caf\xC3\xA9", "");        // its GB form names another host file
+    ASSERT_EQ(my_chdir(m, "d"), 0);
+    const uint32_t buf = 0x4000;
+    for (uint32_t i = 0; i < 64; ++i) lRamWrite(m, buf + i, 0xEE);
+    EXPECT_EQ(vm.call(c_findfile, {0, 3, buf}), 3u);
+    EXPECT_EQ(record(m, buf), "..");
+    EXPECT_EQ(lRamRead(m, buf + 3), 0xEE);  // nothing written behind the terminator
+    EXPECT_EQ((std::set<std::string>{record(m, buf + 16), record(m, buf + 32)}),
+              (std::set<std::string>{"one.txt", "\xD6\xD0.txt"}));
+    EXPECT_EQ(lRamRead(m, buf + 48), 0xEE);
+    EXPECT_EQ(vm.call(c_findfile, {0, 1, buf}), 1u);
+    EXPECT_EQ(vm.call(c_findfile, {2, 10, buf}), 1u);
+    EXPECT_EQ(vm.call(c_getfilenum, {vm.str("/d")}), 2u);
+    EXPECT_EQ(vm.call(c_getfilenum, {vm.str(".profile")}), 0xFFFFFFFFu);
+    EXPECT_EQ(vm.call(c_filelist, {}), 0xDEADBEEFu);  // pops and pushes nothing
+}
+
+TEST(FsFiles, OpenRefusalsAndTheVerboseSwitch) {
+    FsVm vm;
+    Machine& m = *vm.m;
+    vm.dir.write("dir/x", "");
+    vm.dir.write("f.txt", "abc");
+    EXPECT_EQ(vm.open("dir", "r"), 0u);
+    EXPECT_EQ(vm.host.logged, "[IO] fopen FAILED: " + vm.dir.root_slash() + "dir (mode: rb)\n");
+    EXPECT_EQ(vm.open("f.txt", "r,ccs=UTF-8"), 0u);
+    vm.host.logged.clear();
+    m.verbose_mode = 0;
+    EXPECT_EQ(vm.open("missing", "r"), 0u);
+    EXPECT_EQ(vm.call(c_getfilenum, {vm.str("missing")}), 0xFFFFFFFFu);
+    for (int i = 0; i < kMaxFiles; ++i) EXPECT_EQ(vm.open("f.txt", "r"), 0x80u + i);
+    EXPECT_EQ(vm.open("f.txt", "r"), 0u);
+    EXPECT_EQ(vm.host.logged, "");
+}
+
+TEST(FsFiles, TransfersWrapAtTheEndOfGuestMemory) {
+    FsVm vm(24);
+    Machine& m = *vm.m;
+    vm.dir.write("f.bin", "ABCDEF");
+    const uint32_t h = vm.open("f.bin", "r+");
+    ASSERT_EQ(h, 0x80u);
+    EXPECT_EQ(vm.call(c_fread, {kRamSize - 2, 1, 6, h}), 6u);
+    EXPECT_EQ(m.tovix_ram[kRamSize - 2], 'A');
+    EXPECT_EQ(m.tovix_ram[kRamSize - 1], 'B');
+    EXPECT_EQ(m.tovix_ram[0], 'C');
+    EXPECT_EQ(m.tovix_ram[3], 'F');
+    m.tovix_ram[kRamSize - 1] = 'y';
+    m.tovix_ram[0] = 'z';
+    EXPECT_EQ(vm.call(c_fwrite, {kRamSize - 1, 1, 2, h}), 2u);
+    vm.call(c_fclose, {h});
+    EXPECT_EQ(vm.dir.read("f.bin"), "ABCDEFyz");
+}
+
+TEST(FsFiles, FilesCloseByLevelAndAtShutdown) {
+    FsVm vm;
+    Machine& m = *vm.m;
+    const uint32_t outer = vm.open("outer.txt", "w");
+    m.task_lev = 1;
+    const uint32_t inner = vm.open("inner.txt", "w");
+    vm.call(c_fwrite, {vm.str("in"), 1, 2, inner});
+    vm.call(c_fwrite, {vm.str("out"), 1, 3, outer});
+    c_closeall(m);
+    EXPECT_EQ(vm.call(c_ftell, {inner}), 0xFFFFFFFFu);
+    EXPECT_EQ(vm.call(c_ftell, {outer}), 3u);
+    EXPECT_EQ(vm.dir.read("inner.txt"), "in");
+    close_all_files(m);
+    EXPECT_EQ(vm.dir.read("outer.txt"), "out");
+    EXPECT_EQ(vm.call(c_ftell, {outer}), 0xFFFFFFFFu);
+}
+
+}  // namespace
