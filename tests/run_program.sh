@@ -4,7 +4,7 @@
 #   ; expect-log: TEXT      TEXT appears in the machine log (stderr)
 #   ; max-steps: N          step limit passed to tvxrun (default 50000000)
 #   ; args: WORDS           the program's argument
-#   ; options: OPTIONS      more tvxrun options (clock, key script)
+#   ; options: OPTIONS      more tvxrun options (clock, key script, --screenshot-size)
 #   ; root: fresh           run in a new temporary directory T with the guest
 #                           root T/TovixOS (--root TovixOS), filled from the
 #                           directory NAME.root/ next to the source if there is one
@@ -14,6 +14,10 @@
 #   ; expect-file: PATH     PATH exists in the root after the run;
 #                           "PATH == TEXT": and holds exactly TEXT
 #   ; expect-no-file: PATH  PATH does not exist in the root after the run
+#   ; expect-planes-sha256: HEX
+#                           sha256 of both screen planes when the run ends
+#   ; expect-png: FILE.png  the screenshot equals FILE.png (next to the
+#                           source) pixel for pixel
 # A file NAME.out next to the source holds the expected standard output.
 # Then the program is listed with tvxdis and assembled again: the bytes
 # must be the same.
@@ -26,6 +30,8 @@ expect_exit=$(field expect-exit); expect_exit=${expect_exit:-0}
 max_steps=$(field max-steps); max_steps=${max_steps:-50000000}
 args=$(field args)
 options=$(field options)
+expect_planes=$(field expect-planes-sha256)
+expect_png=$(field expect-png)
 fail=0
 
 run_dir=. root_opts=()
@@ -38,8 +44,12 @@ if [ "$(field root)" = fresh ]; then
   done
 fi
 
+pictures=()
+[ -n "$expect_planes" ] && pictures+=(--dump-planes "$work/$name.planes")
+[ -n "$expect_png" ] && pictures+=(--screenshot "$work/$name.png")
+rm -f "$work/$name.planes" "$work/$name.png"
 # shellcheck disable=SC2086
-(cd "$run_dir" && "$tvxrun" --max-steps "$max_steps" "${root_opts[@]}" $options "$tvx" $args) \
+(cd "$run_dir" && "$tvxrun" --max-steps "$max_steps" "${root_opts[@]}" "${pictures[@]}" $options "$tvx" $args) \
   >"$work/$name.stdout" 2>"$work/$name.stderr"
 status=$?
 if [ "$status" != "$expect_exit" ]; then
@@ -52,6 +62,14 @@ if [ -f "${src%.tvs}.out" ] && ! cmp -s "${src%.tvs}.out" "$work/$name.stdout"; 
   echo "FAIL $name: standard output differs"; diff "${src%.tvs}.out" "$work/$name.stdout" | head -20; fail=1
 fi
 
+if [ -n "$expect_planes" ]; then
+  got=$(sha256sum "$work/$name.planes" 2>/dev/null | cut -d' ' -f1)
+  [ "$got" = "$expect_planes" ] || { echo "FAIL $name: screen planes hash ${got:-missing}, expected $expect_planes"; fail=1; }
+fi
+if [ -n "$expect_png" ]; then
+  "$tvxrun" --compare-png "$(dirname "$src")/$expect_png" "$work/$name.png" \
+    || { echo "FAIL $name: screenshot $work/$name.png differs from $expect_png"; fail=1; }
+fi
 if [ "$run_dir" != . ]; then
   while IFS= read -r want; do
     path=${want%% == *}

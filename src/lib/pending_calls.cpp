@@ -7,9 +7,7 @@
 #define TVM_PENDING(fn) \
     void fn(Machine& m) { missing_call(m); }
 
-TVM_PENDING(c_writeblock)
 TVM_PENDING(scroll_to_lcd)
-TVM_PENDING(c_textout)
 TVM_PENDING(c_block)
 TVM_PENDING(c_rectangle)
 TVM_PENDING(c_clearscreen)
@@ -19,8 +17,6 @@ TVM_PENDING(c_line)
 TVM_PENDING(c_box)
 TVM_PENDING(c_circle)
 TVM_PENDING(c_ellipse)
-TVM_PENDING(c_xdraw)
-TVM_PENDING(c_getblock)
 TVM_PENDING(c_fill)
 TVM_PENDING(c_setgraphmode)
 TVM_PENDING(c_setbgcolor)
