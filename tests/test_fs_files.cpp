@@ -1,6 +1,6 @@
 // File calls on the host side: listings and counts, names the guest cannot
-// see, records, refusals, the verbose switch, transfers that wrap at the end
-// of guest memory, and files closed by level and at shutdown.
+// see, records, refusals, the verbose switch, and transfers that wrap at the
+// end of guest memory.
 #include <set>
 
 #include "fs_harness.h"
@@ -73,23 +73,6 @@ TEST(FsFiles, TransfersWrapAtTheEndOfGuestMemory) {
     EXPECT_EQ(vm.call(c_fwrite, {kRamSize - 1, 1, 2, h}), 2u);
     vm.call(c_fclose, {h});
     EXPECT_EQ(vm.dir.read("f.bin"), "ABCDEFyz");
-}
-
-TEST(FsFiles, FilesCloseByLevelAndAtShutdown) {
-    FsVm vm;
-    Machine& m = *vm.m;
-    const uint32_t outer = vm.open("outer.txt", "w");
-    m.task_lev = 1;
-    const uint32_t inner = vm.open("inner.txt", "w");
-    vm.call(c_fwrite, {vm.str("in"), 1, 2, inner});
-    vm.call(c_fwrite, {vm.str("out"), 1, 3, outer});
-    c_closeall(m);
-    EXPECT_EQ(vm.call(c_ftell, {inner}), 0xFFFFFFFFu);
-    EXPECT_EQ(vm.call(c_ftell, {outer}), 3u);
-    EXPECT_EQ(vm.dir.read("inner.txt"), "in");
-    close_all_files(m);
-    EXPECT_EQ(vm.dir.read("outer.txt"), "out");
-    EXPECT_EQ(vm.call(c_ftell, {outer}), 0xFFFFFFFFu);
 }
 
 }  // namespace
