@@ -36,6 +36,7 @@ int main(int argc, char** argv) {
     auto* m = new Machine;
     fe->m = m;
     m->host = &fe->host;
+    m->need_refresh = 1;  // the first pass draws the window
 
     if (const auto status = parse_command_line(*m, fe->start, argc, argv, SDL_GetTicks)) return *status;
 
