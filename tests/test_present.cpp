@@ -5,35 +5,11 @@
 #include <memory>
 #include <vector>
 
+#include "surface_harness.h"
+#include "tools/run/screenshot.h"
 #include "vm/machine.h"
 
 namespace {
-
-constexpr uint16_t kUntouched = 0xBEEF;
-
-// A w x h surface with `pad` spare pixels at the end of each row (pitch
-// larger than the width) and one spare row, all preset to kUntouched so that
-// stray writes show.
-struct TestSurface {
-    int w, h, pad;
-    std::vector<uint16_t> px;
-    Surface16 s;
-    TestSurface(int w_, int h_, int pad_ = 3) : w(w_), h(h_), pad(pad_), px(size_t((w_ + pad_) * (h_ + 1)), kUntouched) {
-        s.pixels = reinterpret_cast<uint8_t*>(px.data());
-        s.w = w;
-        s.h = h;
-        s.pitch = (w + pad) * 2;
-    }
-    uint16_t at(int x, int y) const { return px[size_t(y * (w + pad) + x)]; }
-    void reset() { std::fill(px.begin(), px.end(), kUntouched); }
-    // Nothing written in the row padding or the spare row.
-    bool margins_untouched() const {
-        for (int y = 0; y <= h; ++y)
-            for (int x = (y == h ? 0 : w); x < w + pad; ++x)
-                if (at(x, y) != kUntouched) return false;
-        return true;
-    }
-};
 
 // A machine whose colour table maps index i to 0x1000 + i, with the guest
 // pixel at (x, y) holding (x + 2y) & 0xFF on a w x h screen.
@@ -284,4 +260,81 @@ TEST(Present, OddSurfacesAndScreenSizesStayInBounds) {
     DmaRefresh(*m, &full.s);
     EXPECT_TRUE(full.margins_untouched());
     EXPECT_EQ(full.at(0, 0), kUntouched);
+}
+
+TEST(Screenshot, GuestPictureUsesThePaletteTripletsAtGuestSize) {
+    auto m = mono(160, 80);
+    m->ScreenBuffer[0] = 0;
+    m->ScreenBuffer[1] = 1;
+    m->ScreenBuffer[320 + 2] = 255;  // a cleared mono plane reads as ink
+    m->ScreenBuffer[160] = 1;        // dead space beyond the width: not shown
+    const RgbImage img = guest_picture(*m);
+    ASSERT_EQ(img.w, 160);
+    ASSERT_EQ(img.h, 80);
+    ASSERT_EQ(img.rgb.size(), 160u * 80 * 3);
+    const std::vector<uint8_t> paper{173, 193, 173}, ink{0, 0, 0};
+    auto px = [&](int x, int y) { return std::vector<uint8_t>(&img.rgb[size_t(3 * (y * 160 + x))], &img.rgb[size_t(3 * (y * 160 + x) + 3)]); };
+    EXPECT_EQ(px(0, 0), paper);
+    EXPECT_EQ(px(1, 0), ink);
+    EXPECT_EQ(px(2, 1), ink);
+    EXPECT_EQ(px(159, 0), paper);
+    EXPECT_EQ(px(0, 1), paper);
+
+    // Red-first guest record: red lands first in the picture.
+    m->graph_mode = 8;
+    m->palette[3 * 9] = 10, m->palette[3 * 9 + 1] = 20, m->palette[3 * 9 + 2] = 30;
+    m->ScreenBuffer[0] = 9;
+    EXPECT_EQ(guest_picture(*m).rgb[0], 30);
+    EXPECT_EQ(guest_picture(*m).rgb[2], 10);
+}
+
+TEST(Screenshot, PresentedFrameWidensFiveSixFiveAndKeepsNeedClean) {
+    auto m = mono(160, 80);
+    m->ScreenBuffer[0] = 1;
+    m->need_clean = 1;
+    const RgbImage img = presented_frame(*m, 480, 400);
+    EXPECT_EQ(m->need_clean, 1);
+    ASSERT_EQ(img.w, 480);
+    ASSERT_EQ(img.h, 400);
+    auto px = [&](int x, int y) { return std::vector<uint8_t>(&img.rgb[size_t(3 * (y * 480 + x))], &img.rgb[size_t(3 * (y * 480 + x) + 3)]); };
+    EXPECT_EQ(px(0, 80), (std::vector<uint8_t>{0, 0, 0}));
+    EXPECT_EQ(px(2, 80), (std::vector<uint8_t>{57, 73, 57}));     // 0x3A47: top bits repeated
+    EXPECT_EQ(px(3, 80), (std::vector<uint8_t>{173, 195, 173}));  // paper after 5-6-5
+    EXPECT_EQ(px(0, 0), (std::vector<uint8_t>{0, 0, 0}));         // outside the picture
+    m->palette[0] = m->palette[1] = m->palette[2] = 255;
+    calcPalette(*m);
+    EXPECT_EQ(presented_frame(*m, 480, 400).rgb[3 * (80 * 480 + 3)], 255);  // white widens to 255
+    EXPECT_TRUE(presented_frame(*m, 0, 10).rgb.empty());
+}
+
+TEST(Screenshot, PngRoundTripComparisonAndPlaneDump) {
+    const std::string dir = ::testing::TempDir();
+    auto m = patterned(160, 80);
+    m->graph_mode = 8;
+    SetPalette(*m);
+    const RgbImage img = guest_picture(*m);
+    std::string error;
+    ASSERT_TRUE(write_png(img, dir + "/shot.png", &error)) << error;
+    RgbImage back;
+    ASSERT_TRUE(read_png(dir + "/shot.png", &back, &error)) << error;
+    EXPECT_TRUE(same_pixels(img, back, &error)) << error;
+
+    RgbImage other = back;
+    other.rgb[3 * (5 * 160 + 7) + 1] ^= 1;
+    EXPECT_FALSE(same_pixels(back, other, &error));
+    EXPECT_NE(error.find("(7,5)"), std::string::npos) << error;
+    other.h = 79;
+    EXPECT_FALSE(same_pixels(back, other, &error));
+    EXPECT_FALSE(read_png(dir + "/missing.png", &back, &error));
+    EXPECT_FALSE(write_png(img, dir + "/no/such/dir/x.png", &error));
+
+    m->ScreenBuffer[2 * kPlaneSize - 1] = 0x5A;
+    ASSERT_TRUE(dump_planes(*m, dir + "/planes.bin", &error)) << error;
+    FILE* f = std::fopen((dir + "/planes.bin").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    std::vector<uint8_t> bytes(2 * kPlaneSize + 1);
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), size_t(2 * kPlaneSize));
+    std::fclose(f);
+    EXPECT_EQ(bytes[321], m->ScreenBuffer[321]);
+    EXPECT_EQ(bytes[2 * kPlaneSize - 1], 0x5A);
 }
