@@ -2,6 +2,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <thread>
 
 #include "frontend/frontend.h"
@@ -31,9 +32,10 @@ void shutdown_and_exit(Frontend& fe, int status) {
 }
 
 int main(int argc, char** argv) {
-    // Both live until the process ends: the VM thread is never joined.
-    auto* fe = new Frontend;
-    auto* m = new Machine;
+    auto fe_owner = std::make_unique<Frontend>();
+    auto m_owner = std::make_unique<Machine>();
+    Frontend* fe = fe_owner.get();
+    Machine* m = m_owner.get();
     fe->m = m;
     m->host = &fe->host;
     m->need_refresh = 1;  // the first pass draws the window
@@ -54,6 +56,10 @@ int main(int argc, char** argv) {
     // The system configuration file is read here once the configuration
     // reader provides it: "TovixOS/System/Config.ini" below the root.
 
+    // From here on both live until the process ends: the VM thread is
+    // never joined.
+    fe_owner.release();
+    m_owner.release();
     SDL_DetachThread(SDL_CreateThread(runVm, nullptr, fe));
     sdlLoop(*fe);
     shutdown_and_exit(*fe, 0);

@@ -1,10 +1,13 @@
 // Window, renderer and surfaces, and the present of a frame.
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
+#include <string>
 #include <thread>
 
 #include "display/present.h"
 #include "frontend/frontend.h"
+#include "frontend/gui/overlay.h"
 
 Frontend::Frontend() {
     host.fe = this;
@@ -30,6 +33,26 @@ void take_refresh(Machine& m) {
 }
 
 void give_refresh(Machine& m) { m.can_refresh.store(1, std::memory_order_release); }
+
+// The executable's file name, for the key-map panel's footer.
+std::string program_name() {
+    char buf[4096];
+    if (!GetModuleFileName(buf, sizeof buf)) return "tvm2";
+    const char* slash = std::strrchr(buf, '/');
+    return slash ? slash + 1 : buf;
+}
+
+// Frame counter, key map and unit-test panel, in this order, over the frame.
+void draw_overlays(Frontend& fe, Surface16& view, int sw, int sh) {
+    if (fe.show_fps) draw_fps(view, static_cast<int>(fe.fps_frames), static_cast<int>(fe.fps_need_frames), sw, sh);
+    if (fe.show_keymap) {
+        static const std::string name = program_name();
+        draw_keymap_sdl(view, name);
+    }
+    if (fe.start.unit_test_mode)
+        draw_unit_test_info(view, SDL_GetTicks() - fe.start.unit_test_start_tick, fe.start.unit_test_func,
+                            fe.start.unit_test_dir);
+}
 
 // Halving that rounds toward minus infinity.
 int half_floor(int v) { return v >> 1; }
@@ -182,8 +205,7 @@ void present_frame(Frontend& fe) {
     if (surface) {
         Surface16 view{static_cast<uint8_t*>(surface->pixels), surface->w, surface->h, surface->pitch};
         DmaRefresh(m, &view);
-        // Overlays (frame counter, key map, unit-test panel) are drawn into
-        // the same surface here once the overlay library provides them.
+        draw_overlays(fe, view, sw, sh);
 
         SDL_RenderClear(fe.sdlRenderer);
         SDL_Texture* texture = SDL_CreateTextureFromSurface(fe.sdlRenderer, surface);

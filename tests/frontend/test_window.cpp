@@ -133,6 +133,30 @@ TEST_F(Presenting, SmallScreenGetsTheWindowSizedSurfaceUntilFullScreenToggles) {
     EXPECT_EQ(m.can_refresh.load(), 1);
 }
 
+TEST_F(Presenting, OverlaysAreDrawnIntoThePresentedFrame) {
+    fill_screen(320, 240, 0);
+    auto pixel = [&](int x, int y) {
+        const SDL_Surface* s = fe.gScreenSurface;
+        return *reinterpret_cast<const uint16_t*>(static_cast<const uint8_t*>(s->pixels) + y * s->pitch + 2 * x);
+    };
+    auto green_in_top_row = [&] {
+        int n = 0;
+        for (int y = 0; y < 8; ++y)
+            for (int x = 280; x < 320; ++x) n += pixel(x, y) == 0x07E0;
+        return n;
+    };
+    force_present(fe);
+    EXPECT_EQ(green_in_top_row(), 0);
+    EXPECT_EQ(pixel(42, 50), 0);
+    fe.show_fps = 1;
+    fe.show_keymap = 1;
+    fe.start.unit_test_mode = 1;
+    force_present(fe);
+    EXPECT_GT(green_in_top_row(), 0);        // "00/00" at the top right
+    EXPECT_EQ(pixel(42, 50), 0xFFFF);        // the key map's frame
+    EXPECT_EQ(pixel(20, 80), 0xFFFF);        // the unit-test panel's frame, centred
+}
+
 TEST_F(Presenting, VmThreadPresentsAreServedByTheLoop) {
     fill_screen(320, 240, 255);
     std::atomic<bool> returned{false};
