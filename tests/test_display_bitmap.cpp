@@ -148,16 +148,6 @@ TEST(GetBlock, RowWidthsAreRoundedToWholeBytes) {
     EXPECT_EQ(c.peek(kBmp + 12), 0xEE);
 }
 
-TEST(GetBlock, RoundTripsThroughWriteBlock) {
-    ScreenVm g(4);
-    for (int y = 0; y < 3; ++y)
-        for (int x = 0; x < 16; ++x) g.vis(x + 8, y + 5) = static_cast<uint8_t>((x * 7 + y) & 15);
-    g.call(c_getblock, {8, 5, 16, 3, 0x40, kBmp});
-    g.call(c_writeblock, {40, 20, 16, 3, 0x01, kBmp});
-    for (int y = 0; y < 3; ++y)
-        for (int x = 0; x < 16; ++x) EXPECT_EQ(g.buf(x + 40, y + 20), g.vis(x + 8, y + 5));
-}
-
 TEST(GetBlock, NegativeYSkipsDestinationRows) {
     ScreenVm c(8);
     c.vis(0, 0) = 5;
@@ -254,10 +244,8 @@ TEST(XDraw, ShiftsScrollsMirrorsAndFlipsTheBuffer) {
     EXPECT_EQ(c.buf(159, 79), pattern(159, 79));
     EXPECT_EQ(c.buf(0, 0), pattern(0, 0));
     EXPECT_EQ(c.m->need_refresh, 0);
-}
 
-TEST(XDraw, MonoPaperIsZero) {
-    ScreenVm s(1);
+    ScreenVm s(1);  // mono paper is 0 whatever bgcolor holds
     s.m->bgcolor = 15;
     fill_pattern(s);
     s.call(c_xdraw, {0});

@@ -8,7 +8,6 @@
     void fn(Machine& m) { missing_call(m); }
 
 TVM_PENDING(scroll_to_lcd)
-TVM_PENDING(c_textout)
 TVM_PENDING(c_block)
 TVM_PENDING(c_rectangle)
 TVM_PENDING(c_clearscreen)
