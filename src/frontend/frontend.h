@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "frontend/gui/touch.h"
 #include "frontend/startup.h"
 #include "vm/machine.h"
 
@@ -47,6 +48,11 @@ struct Frontend {
     uint32_t fps_frames = 0, fps_need_frames = 0;
     uint8_t show_fps = 0, show_keymap = 0;
 
+    // Touch buttons over the window-sized surface: laid out and kept as a
+    // texture, but not shown and not fed with finger events.
+    TouchButtons touch;
+    SDL_Texture* touch_texture = nullptr;
+
     SDL_GameController* gGameController = nullptr;
     int controllerType = 0;  // SDL game-controller type; 1 and 2 are the Xbox kinds
 
@@ -82,6 +88,10 @@ void setScaleQuality(Frontend& fe, int q);
 void initFullScreen(Frontend& fe, int w, int h);
 void initFullScreen2(Frontend& fe);
 void toggleFullscreen(Frontend& fe);
+// Makes the touch buttons' texture from their overlay (replacing any older
+// one), and copies it over the frame; the latter is not called in this system.
+void gui_update_texture(Frontend& fe);
+void gui_render(Frontend& fe);
 
 // The rectangles of one present. Small guest screens (both sides at most
 // 160) fill their window-sized surface; larger ones lie centred in the

@@ -132,8 +132,25 @@ void initFullScreen(Frontend& fe, int w, int h) {
     fe.windowWidth = w;
     fe.windowHeight = h;
     fe.gScreenSurfaceFull = create_surface(w, h);
-    // The touch buttons would be laid out for this size here; touch input
-    // is not connected in this system.
+    if (gui_init(fe.touch, w, h)) gui_update_texture(fe);
+}
+
+void gui_update_texture(Frontend& fe) {
+    TouchButtons& t = fe.touch;
+    if (t.pixels.empty()) return;
+    SDL_DestroyTexture(fe.touch_texture);
+    fe.touch_texture = nullptr;
+    SDL_Surface* s = SDL_CreateRGBSurfaceFrom(t.pixels.data(), t.width, t.height, 32, t.width * 4, 0x000000FF,
+                                              0x0000FF00, 0x00FF0000, 0xFF000000);
+    if (!s) return;
+    fe.touch_texture = SDL_CreateTextureFromSurface(fe.sdlRenderer, s);
+    if (fe.touch_texture) SDL_SetTextureBlendMode(fe.touch_texture, SDL_BLENDMODE_BLEND);
+    SDL_FreeSurface(s);
+}
+
+void gui_render(Frontend& fe) {
+    const SDL_Rect r{0, 0, fe.touch.width, fe.touch.height};
+    if (fe.touch_texture) SDL_RenderCopy(fe.sdlRenderer, fe.touch_texture, &r, &r);
 }
 
 void initFullScreen2(Frontend& fe) {

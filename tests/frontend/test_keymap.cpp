@@ -187,72 +187,47 @@ TEST_F(KeyMap, F1TogglesTheKeyMapOnPressOnlyAndRepeatsAreIgnored) {
     EXPECT_EQ(fe.show_keymap, 0);
 }
 
-TEST_F(KeyMap, XboxPadsSwapFaceButtonsAndReleaseOneMore) {
-    fe.controllerType = SDL_CONTROLLER_TYPE_XBOXONE;
-    pad(SDL_CONTROLLER_BUTTON_A, true);
-    pass();
-    EXPECT_EQ(vk(), 0xFFF & ~btn::B);
-    EXPECT_EQ(pending(), 0x1B | 0x80);
-    key(SDLK_o, true);  // Y held on the keyboard
-    pad(SDL_CONTROLLER_BUTTON_A, false);
-    pass();
-    EXPECT_EQ(vk(), 0xFFF);  // releasing the pad's A released B and Y
+TEST_F(KeyMap, PadButtonsWithTheXboxSwapAndTheExtraReleaseBits) {
+    using B = SDL_GameControllerButton;
     const struct {
-        SDL_GameControllerButton b;
-        uint16_t press, release;
+        B b;
+        uint16_t xbox_press, xbox_release, other_press, other_release;
     } cases[] = {
-        {SDL_CONTROLLER_BUTTON_B, btn::A, btn::A | btn::B},
-        {SDL_CONTROLLER_BUTTON_X, btn::Y, btn::Y | btn::X},
-        {SDL_CONTROLLER_BUTTON_Y, btn::X, btn::X | btn::A},
+        {SDL_CONTROLLER_BUTTON_A, btn::B, btn::B | btn::Y, btn::A, btn::A | btn::Y},
+        {SDL_CONTROLLER_BUTTON_B, btn::A, btn::A | btn::B, btn::B, btn::B},
+        {SDL_CONTROLLER_BUTTON_X, btn::Y, btn::Y | btn::X, btn::X, btn::X},
+        {SDL_CONTROLLER_BUTTON_Y, btn::X, btn::X | btn::A, btn::Y, btn::Y | btn::A},
+        {SDL_CONTROLLER_BUTTON_LEFTSHOULDER, btn::L1, btn::L1, btn::L1, btn::L1},
+        {SDL_CONTROLLER_BUTTON_RIGHTSHOULDER, btn::R1, btn::R1, btn::R1, btn::R1},
+        {SDL_CONTROLLER_BUTTON_DPAD_UP, btn::UP, btn::UP, btn::UP, btn::UP},
+        {SDL_CONTROLLER_BUTTON_DPAD_DOWN, btn::DOWN, btn::DOWN, btn::DOWN, btn::DOWN},
+        {SDL_CONTROLLER_BUTTON_DPAD_LEFT, btn::LEFT, btn::LEFT, btn::LEFT, btn::LEFT},
+        {SDL_CONTROLLER_BUTTON_DPAD_RIGHT, btn::RIGHT, btn::RIGHT, btn::RIGHT, btn::RIGHT},
+        {SDL_CONTROLLER_BUTTON_GUIDE, 0, 0, 0, 0},
+        {SDL_CONTROLLER_BUTTON_LEFTSTICK, 0, 0, 0, 0},
     };
-    for (const auto& c : cases) {
-        m.vk = 0;  // everything held
-        pad(c.b, true);
-        pad(c.b, false);
-        pass();
-        EXPECT_EQ(vk(), c.release) << int(c.b);
-        m.vk = 0xFFF;
-        pad(c.b, true);
-        pass();
-        EXPECT_EQ(vk(), 0xFFF & ~c.press) << int(c.b);
-        pad(c.b, false);
-        pass();
+    for (int type : {SDL_CONTROLLER_TYPE_XBOX360, SDL_CONTROLLER_TYPE_XBOXONE, SDL_CONTROLLER_TYPE_PS4}) {
+        fe.controllerType = type;
+        const bool xbox = type != SDL_CONTROLLER_TYPE_PS4;
+        for (const auto& c : cases) {
+            SCOPED_TRACE(testing::Message() << "type " << type << " button " << int(c.b));
+            m.vk = 0xFFF;
+            pad(c.b, true);
+            pass();
+            EXPECT_EQ(vk(), 0xFFF & ~(xbox ? c.xbox_press : c.other_press));
+            m.vk = 0;  // everything held: the release shows every bit it sets
+            pad(c.b, false);
+            pass();
+            EXPECT_EQ(vk(), xbox ? c.xbox_release : c.other_release);
+        }
     }
-    fe.controllerType = SDL_CONTROLLER_TYPE_XBOX360;
-    EXPECT_EQ(pad_button(SDL_CONTROLLER_BUTTON_A, fe.controllerType), btn::B);
-}
-
-TEST_F(KeyMap, OtherPadsKeepLettersAndReleasingAOrYAlsoReleasesY) {
-    fe.controllerType = SDL_CONTROLLER_TYPE_PS4;
-    pad(SDL_CONTROLLER_BUTTON_Y, true);
-    pass();
-    EXPECT_EQ(vk(), 0xFFF & ~btn::Y);
+    // Holding Y (here on the keyboard) and tapping the pad's A leaves Y released.
+    m.vk = 0xFFF;
+    key(SDLK_o, true);
     pad(SDL_CONTROLLER_BUTTON_A, true);
     pad(SDL_CONTROLLER_BUTTON_A, false);
     pass();
-    EXPECT_EQ(vk(), 0xFFF);  // tapping A left Y released
-    const struct {
-        SDL_GameControllerButton b;
-        uint16_t bits;
-    } cases[] = {
-        {SDL_CONTROLLER_BUTTON_B, btn::B},
-        {SDL_CONTROLLER_BUTTON_X, btn::X},
-        {SDL_CONTROLLER_BUTTON_Y, btn::Y | btn::A},
-        {SDL_CONTROLLER_BUTTON_LEFTSHOULDER, btn::L1},
-        {SDL_CONTROLLER_BUTTON_RIGHTSHOULDER, btn::R1},
-        {SDL_CONTROLLER_BUTTON_DPAD_UP, btn::UP},
-        {SDL_CONTROLLER_BUTTON_DPAD_DOWN, btn::DOWN},
-        {SDL_CONTROLLER_BUTTON_DPAD_LEFT, btn::LEFT},
-        {SDL_CONTROLLER_BUTTON_DPAD_RIGHT, btn::RIGHT},
-        {SDL_CONTROLLER_BUTTON_GUIDE, 0},
-        {SDL_CONTROLLER_BUTTON_LEFTSTICK, 0},
-    };
-    for (const auto& c : cases) {
-        m.vk = 0;
-        pad(c.b, false);
-        pass();
-        EXPECT_EQ(vk(), c.bits) << int(c.b);
-    }
+    EXPECT_EQ(vk(), 0xFFF);
 }
 
 TEST_F(KeyMap, DeviceQuitAndTouchEvents) {

@@ -122,6 +122,8 @@ TEST_F(Presenting, SmallScreenGetsTheWindowSizedSurfaceUntilFullScreenToggles) {
     EXPECT_EQ(fe.gCurrSurface, fe.gScreenSurfaceFull);
     EXPECT_EQ(fe.gScreenSurfaceFull->w, 640);
     EXPECT_EQ(fe.gScreenSurfaceFull->h, 480);
+    EXPECT_EQ(fe.touch.u, 480 / 18);  // touch buttons laid out for the window, kept as a texture
+    EXPECT_NE(fe.touch_texture, nullptr);
     // Enlarged by 4: 640x320, rows 80 to 399.
     EXPECT_EQ(at(320, 79), 0u);
     EXPECT_EQ(at(0, 80), kWhite);
