@@ -7,9 +7,7 @@
 #define TVM_PENDING(fn) \
     void fn(Machine& m) { missing_call(m); }
 
-TVM_PENDING(c_writeblock)
 TVM_PENDING(scroll_to_lcd)
-TVM_PENDING(c_textout)
 TVM_PENDING(c_block)
 TVM_PENDING(c_rectangle)
 TVM_PENDING(c_clearscreen)
@@ -33,8 +31,6 @@ TVM_PENDING(c_makedir)
 TVM_PENDING(c_deletefile)
 TVM_PENDING(c_chdir)
 TVM_PENDING(c_filelist)
-TVM_PENDING(c_xdraw)
-TVM_PENDING(c_getblock)
 TVM_PENDING(c_fill)
 TVM_PENDING(c_setgraphmode)
 TVM_PENDING(c_setbgcolor)

@@ -1,4 +1,6 @@
-// SDL-free drawing of the front-end on 16-bit surfaces.
+// SDL-free drawing of the front-end on plain surfaces: the diagnostic
+// overlays (overlay.h).
 #pragma once
 
 #include "display/surface.h"
+#include "frontend/gui/overlay.h"
