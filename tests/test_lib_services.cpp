@@ -108,6 +108,10 @@ TEST(LibServices, WildPointersWrapIntoTheBlock) {
     c.str(kCmdLine, "game.tvx save.dat");
     c.call(c_getcmdline, {0xFFFFFFF8});
     EXPECT_EQ(c.read(0xFFFFF8), "game.tvx save.dat");
+    // The time record across the end of the block.
+    c.call(c_gettime, {0xFFFFFFFC});
+    EXPECT_EQ(lRamRead2(c.m, 0xFFFFFC), c.m.s_year);
+    EXPECT_EQ(c.m.tovix_ram[3], c.m.s_week);
     // Pinyin lookup with wild syllable and buffer pointers.
     for (uint32_t p : {0u, 0xFFFFFFFFu, 0x80000000u, 0x12345678u}) c.call(c_system, {p, p, p, 20});
 }
