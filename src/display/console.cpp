@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "cjk/gbconv.h"
+#include "display/text.h"
 #include "lib/syscalls.h"
 #include "vm/machine.h"
 
@@ -80,10 +81,84 @@ void cout(Machine& m, uint8_t ch) {
     }
 }
 
-// The grid is painted with the built-in fonts by the display code; here the
-// console clears the mirror flag and asks for the picture to be presented.
+namespace {
+
+// Bit of grid row r in the repaint mask: rows count down from bit 7, 15 or
+// 23 depending on how many rows the screen has.
+bool row_masked(const Machine& m, int32_t r) {
+    const uint64_t top = m.curr_RPS <= 8 ? 0x80 : m.curr_RPS <= 16 ? 0x8000 : 0x800000;
+    return r < 64 && (m.line_mode & (top >> r));
+}
+
+// Draws grid row r with its cells `pitch` pixels apart from (left, top). A
+// byte of 0x80 or more takes the next cell as its trail byte, even when that
+// cell starts the next row.
+void paint_row(Machine& m, int32_t r, int32_t left, int32_t top, int32_t pitch, bool large) {
+    const uint32_t row = m.TextBuffer + static_cast<uint32_t>(r * m.curr_CPR);
+    const auto y = static_cast<uint16_t>(top);
+    for (int32_t c = 0; c < m.curr_CPR;) {
+        const auto x = static_cast<uint16_t>(left + pitch * c);
+        const uint8_t ch = lRamRead(m, row + static_cast<uint32_t>(c));
+        if (ch >= 0x80) {
+            const uint8_t lo = lRamRead(m, row + static_cast<uint32_t>(c + 1));
+            if (large)
+                font_16x16(m, x, y, ch, lo);
+            else
+                font_12x12(m, x, y, ch, lo);
+            c += 2;
+        } else {
+            if (large)
+                font_8x16(m, x, y, ch);
+            else
+                font_6x12(m, x, y, ch);
+            ++c;
+        }
+    }
+}
+
+// Sets a whole 320-byte row of the visible plane to v.
+void fill_row(Machine& m, int32_t y, uint8_t v) {
+    if (y < 0 || y >= std::min(m.ScreenHeight, kPlaneSize / kPlaneStride)) return;
+    std::memset(m.ScreenBuffer + y * kPlaneStride, v, kPlaneStride);
+}
+
+}  // namespace
+
+void update_lcd_large(Machine& m) {
+    m.no_buf = 0x40;
+    m.lcmd = 1;
+    for (int32_t r = 0; r < m.curr_RPS; ++r)
+        if (!row_masked(m, r)) paint_row(m, r, 0, 16 * r, 8, true);
+}
+
+// Small-font cells sit on 13-pixel rows inside paper margins: rows above and
+// below the grid, one separator row between grid rows, and small_left
+// columns at each side.
+void update_lcd_small(Machine& m) {
+    m.no_buf = 0x40;
+    m.lcmd = 0;
+    const auto paper = static_cast<uint8_t>(m.graph_mode == 1 ? 0 : m.bgcolor);
+    const int32_t sw = std::min(m.ScreenWidth, kPlaneStride);
+    const int32_t sh = std::min(m.ScreenHeight, kPlaneSize / kPlaneStride);
+    for (int32_t y = 0; y < m.small_up; ++y) fill_row(m, y, paper);
+    for (int32_t y = m.ScreenHeight - m.small_down; y < m.ScreenHeight; ++y) fill_row(m, y, paper);
+    for (int32_t r = 1; r < m.curr_RPS; ++r) fill_row(m, m.small_up + 13 * r - 1, paper);
+    for (int32_t i = 0; i < m.small_left; ++i)
+        for (int32_t y = 0; y < sh; ++y)
+            for (int32_t x : {i, sw - 1 - i})
+                if (x >= 0 && x < sw) m.ScreenBuffer[y * kPlaneStride + x] = paper;
+
+    m.lcmd = 1;
+    for (int32_t r = 0; r < m.curr_RPS; ++r)
+        if (!row_masked(m, r)) paint_row(m, r, m.small_left, m.small_up + 13 * r, 6, false);
+}
+
 void update_lcd_0(Machine& m) {
     m.negative = 0;
+    if (m.scr_mode)
+        update_lcd_small(m);
+    else
+        update_lcd_large(m);
     ToviNeedRefresh(m);
 }
 

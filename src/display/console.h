@@ -26,3 +26,8 @@ void scr_up(Machine& m);
 void flush_verbose_buf(Machine& m);
 // Repaints the grid on the visible plane and requests a refresh.
 void update_lcd_0(Machine& m);
+// Repaint of the grid on the visible plane in the large font (8 x 16 cells,
+// margins left alone) and the small font (6 x 12 glyphs on 13-pixel rows,
+// paper margins and separator rows). Rows set in line_mode are skipped.
+void update_lcd_large(Machine& m);
+void update_lcd_small(Machine& m);

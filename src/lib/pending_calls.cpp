@@ -7,8 +7,6 @@
 #define TVM_PENDING(fn) \
     void fn(Machine& m) { missing_call(m); }
 
-TVM_PENDING(c_writeblock)
-TVM_PENDING(c_textout)
 TVM_PENDING(c_fopen)
 TVM_PENDING(c_fclose)
 TVM_PENDING(c_fread)
@@ -23,8 +21,6 @@ TVM_PENDING(c_makedir)
 TVM_PENDING(c_deletefile)
 TVM_PENDING(c_chdir)
 TVM_PENDING(c_filelist)
-TVM_PENDING(c_xdraw)
-TVM_PENDING(c_getblock)
 TVM_PENDING(c_exec)
 TVM_PENDING(c_findfile)
 TVM_PENDING(c_getfilenum)

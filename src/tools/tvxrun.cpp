@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "tools/run/screenshot.h"
 #include "tools/run/script_host.h"
 #include "vm/interp.h"
 #include "vm/loader.h"
@@ -17,6 +18,7 @@
 
 namespace {
 
+constexpr int kStatusOutput = 122;
 constexpr int kStatusNoKeys = 123;
 constexpr int kStatusStepLimit = 124;
 constexpr int kStatusUsage = 125;
@@ -40,11 +42,24 @@ const char* const kUsage =
     "  --trace         print each instruction with its code offset (stderr)\n"
     "  --stats         print the instruction count and speed (stderr)\n"
     "  --log-stdout    write the machine log to standard output (default: stderr)\n"
+    "  --screenshot F.png\n"
+    "                  when the run ends, write the visible screen at guest size\n"
+    "                  as a PNG (colours from the guest palette's 8-bit entries)\n"
+    "  --screenshot-size WxH\n"
+    "                  write instead the frame a WxH window surface receives\n"
+    "                  (centred 1:1 on 320x240, else enlarged as tvm2 does)\n"
+    "  --dump-planes F when the run ends, write both raw screen planes\n"
+    "                  (153,600 bytes, visible plane first)\n"
     "  -h, --help      show this help\n"
     "\n"
-    "Exit status: the program's exit code; 123 the program waited for a key\n"
-    "after the key script had ended; 124 step limit reached;\n"
-    "125 usage error; 126 the program could not be loaded.\n";
+    "\n"
+    "tvxrun --compare-png A.png B.png compares two pictures pixel by pixel:\n"
+    "status 0 when they are the same, 1 when not, 125 when one is unreadable.\n"
+    "\n"
+    "Exit status: the program's exit code; 122 a screenshot or dump could not\n"
+    "be written; 123 the program waited for a key after the key script had\n"
+    "ended; 124 step limit reached; 125 usage error; 126 the program could not\n"
+    "be loaded.\n";
 
 // One line of the trace: offset, mnemonic and operands as encoded.
 void trace_line(const Machine& m) {
@@ -101,6 +116,49 @@ void trace_line(const Machine& m) {
     std::fprintf(stderr, "%06X  %s\n", pc, text.c_str());
 }
 
+// tvxrun --compare-png A B
+int compare_png(const char* a, const char* b) {
+    RgbImage first, second;
+    std::string error;
+    if (!read_png(a, &first, &error) || !read_png(b, &second, &error)) {
+        std::fprintf(stderr, "tvxrun: cannot read a picture: %s\n", error.c_str());
+        return kStatusUsage;
+    }
+    if (!same_pixels(first, second, &error)) {
+        std::fprintf(stderr, "tvxrun: %s and %s differ: %s\n", a, b, error.c_str());
+        return 1;
+    }
+    return 0;
+}
+
+// WxH with both sides 1-4096.
+bool parse_size(const char* text, int* w, int* h) {
+    char tail = 0;
+    return std::sscanf(text, "%dx%d%c", w, h, &tail) == 2 && *w >= 1 && *w <= 4096 && *h >= 1 && *h <= 4096;
+}
+
+// The pictures asked for on the command line, written when the run ends.
+struct Outputs {
+    std::string screenshot, planes;
+    int frame_w = 0, frame_h = 0;  // 0: the guest-size picture
+
+    bool write(Machine& m) const {
+        std::string error;
+        if (!screenshot.empty()) {
+            const RgbImage img = frame_w ? presented_frame(m, frame_w, frame_h) : guest_picture(m);
+            if (!write_png(img, screenshot, &error)) {
+                std::fprintf(stderr, "tvxrun: cannot write %s: %s\n", screenshot.c_str(), error.c_str());
+                return false;
+            }
+        }
+        if (!planes.empty() && !dump_planes(m, planes, &error)) {
+            std::fprintf(stderr, "tvxrun: cannot write %s: %s\n", planes.c_str(), error.c_str());
+            return false;
+        }
+        return true;
+    }
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -109,6 +167,8 @@ int main(int argc, char** argv) {
     std::string key_script;
     std::string program;
     std::string args;
+    Outputs outputs;
+    if (argc == 4 && std::strcmp(argv[1], "--compare-png") == 0) return compare_png(argv[2], argv[3]);
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (program.empty() && (a == "-h" || a == "--help")) {
@@ -143,6 +203,15 @@ int main(int argc, char** argv) {
             stats = true;
         } else if (program.empty() && a == "--log-stdout") {
             log_stdout = true;
+        } else if (program.empty() && a == "--screenshot" && i + 1 < argc) {
+            outputs.screenshot = argv[++i];
+        } else if (program.empty() && a == "--screenshot-size" && i + 1 < argc) {
+            if (!parse_size(argv[++i], &outputs.frame_w, &outputs.frame_h)) {
+                std::fprintf(stderr, "tvxrun: --screenshot-size takes WxH, each side 1-4096\n");
+                return kStatusUsage;
+            }
+        } else if (program.empty() && a == "--dump-planes" && i + 1 < argc) {
+            outputs.planes = argv[++i];
         } else if (program.empty() && a.size() > 1 && a[0] == '-') {
             std::fprintf(stderr, "tvxrun: unknown option %s\n%s", a.c_str(), kUsage);
             return kStatusUsage;
@@ -155,6 +224,10 @@ int main(int argc, char** argv) {
     }
     if (program.empty()) {
         std::fputs(kUsage, stderr);
+        return kStatusUsage;
+    }
+    if (outputs.frame_w && outputs.screenshot.empty()) {
+        std::fprintf(stderr, "tvxrun: --screenshot-size needs --screenshot\n");
         return kStatusUsage;
     }
 
@@ -196,6 +269,7 @@ int main(int argc, char** argv) {
     if (stats)
         std::fprintf(stderr, "tvxrun: %" PRIu64 " instructions in %.3f s (%.1f million/s)\n", steps, secs,
                      secs > 0 ? static_cast<double>(steps) / secs / 1e6 : 0.0);
+    if (!outputs.write(*m)) return kStatusOutput;
     if (host.starved && !m->exited) {
         std::fprintf(stderr, "tvxrun: the program waits for a key and the key script has ended\n");
         return kStatusNoKeys;

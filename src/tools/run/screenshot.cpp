@@ -1,0 +1,136 @@
+#include "tools/run/screenshot.h"
+
+#include <png.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "vm/machine.h"
+
+namespace {
+
+// Largest picture read_png accepts (the screen and any scaled frame are far smaller).
+constexpr int64_t kMaxPixels = int64_t{1} << 26;
+
+uint8_t widen(unsigned v, int bits) { return static_cast<uint8_t>(v << (8 - bits) | v >> (2 * bits - 8)); }
+
+}  // namespace
+
+RgbImage guest_picture(const Machine& m) {
+    RgbImage img;
+    img.w = std::clamp(m.ScreenWidth, 0, kPlaneStride);
+    img.h = std::clamp(m.ScreenHeight, 0, 240);
+    img.rgb.resize(static_cast<size_t>(img.w) * static_cast<size_t>(img.h) * 3);
+    uint8_t* out = img.rgb.data();
+    for (int y = 0; y < img.h; ++y)
+        for (int x = 0; x < img.w; ++x) {
+            const uint8_t* e = m.palette + 3 * m.ScreenBuffer[y * kPlaneStride + x];  // blue, green, red
+            *out++ = e[2];
+            *out++ = e[1];
+            *out++ = e[0];
+        }
+    return img;
+}
+
+RgbImage presented_frame(Machine& m, int w, int h) {
+    RgbImage img;
+    if (w <= 0 || h <= 0 || int64_t{w} * h > kMaxPixels) return img;
+    std::vector<uint16_t> px(static_cast<size_t>(w) * static_cast<size_t>(h), 0);
+    Surface16 s;
+    s.pixels = reinterpret_cast<uint8_t*>(px.data());
+    s.w = w;
+    s.h = h;
+    s.pitch = 2 * w;
+    const uint8_t clean = m.need_clean;
+    SetSDLPalette(m);
+    DmaRefresh(m, &s);
+    m.need_clean = clean;
+    img.w = w;
+    img.h = h;
+    img.rgb.reserve(px.size() * 3);
+    for (const uint16_t c : px) {
+        img.rgb.push_back(widen(c >> 11, 5));
+        img.rgb.push_back(widen((c >> 5) & 63, 6));
+        img.rgb.push_back(widen(c & 31, 5));
+    }
+    return img;
+}
+
+bool write_png(const RgbImage& image, const std::string& path, std::string* error) {
+    if (image.w <= 0 || image.h <= 0) {
+        *error = "empty picture";
+        return false;
+    }
+    png_image png;
+    std::memset(&png, 0, sizeof png);
+    png.version = PNG_IMAGE_VERSION;
+    png.width = static_cast<png_uint_32>(image.w);
+    png.height = static_cast<png_uint_32>(image.h);
+    png.format = PNG_FORMAT_RGB;
+    if (!png_image_write_to_file(&png, path.c_str(), 0, image.rgb.data(), 0, nullptr)) {
+        *error = png.message[0] ? png.message : std::strerror(errno);
+        png_image_free(&png);
+        return false;
+    }
+    return true;
+}
+
+bool read_png(const std::string& path, RgbImage* image, std::string* error) {
+    png_image png;
+    std::memset(&png, 0, sizeof png);
+    png.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&png, path.c_str())) {
+        *error = png.message;
+        return false;
+    }
+    if (int64_t{png.width} * png.height > kMaxPixels) {
+        *error = "picture too large";
+        png_image_free(&png);
+        return false;
+    }
+    png.format = PNG_FORMAT_RGB;
+    image->w = static_cast<int>(png.width);
+    image->h = static_cast<int>(png.height);
+    image->rgb.assign(PNG_IMAGE_SIZE(png), 0);
+    const png_color black{0, 0, 0};
+    if (!png_image_finish_read(&png, &black, image->rgb.data(), 0, nullptr)) {
+        *error = png.message;
+        png_image_free(&png);
+        return false;
+    }
+    return true;
+}
+
+bool same_pixels(const RgbImage& a, const RgbImage& b, std::string* difference) {
+    char text[160];
+    if (a.w != b.w || a.h != b.h) {
+        std::snprintf(text, sizeof text, "size %dx%d against %dx%d", a.w, a.h, b.w, b.h);
+        *difference = text;
+        return false;
+    }
+    const auto at = std::mismatch(a.rgb.begin(), a.rgb.end(), b.rgb.begin(), b.rgb.end());
+    if (at.first == a.rgb.end()) return true;
+    const size_t i = static_cast<size_t>(at.first - a.rgb.begin()) / 3;
+    const uint8_t* p = &a.rgb[3 * i];
+    const uint8_t* q = &b.rgb[3 * i];
+    std::snprintf(text, sizeof text, "pixel (%zu,%zu) is #%02X%02X%02X against #%02X%02X%02X", i % size_t(a.w),
+                  i / size_t(a.w), p[0], p[1], p[2], q[0], q[1], q[2]);
+    *difference = text;
+    return false;
+}
+
+bool dump_planes(const Machine& m, const std::string& path, std::string* error) {
+    FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f) {
+        *error = std::strerror(errno);
+        return false;
+    }
+    const bool ok = std::fwrite(m.ScreenBuffer, 1, sizeof m.ScreenBuffer, f) == sizeof m.ScreenBuffer;
+    if (std::fclose(f) != 0 || !ok) {
+        *error = "write failed";
+        return false;
+    }
+    return true;
+}

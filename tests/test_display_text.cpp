@@ -1,0 +1,260 @@
+// Text drawing (c_textout, glyph conversion per graphics mode) and the
+// console's repaint of its grid in both font sizes.
+#include "display/font.h"
+#include "display/text.h"
+#include "display_harness.h"
+
+namespace {
+
+constexpr uint32_t kStr = 0x3000;
+
+struct Font {
+    uint32_t base;
+    int w, h;
+};
+constexpr Font kSmall{kFontAscii12, 6, 12}, kLarge{kFontAscii16, 8, 16};
+constexpr Font kGb12{kFontGb12, 12, 12}, kGb16{kFontGb16, 16, 16};
+
+// Ink at pixel (c, r) of glyph `index`, straight from the table.
+bool font_ink(const Font& f, uint32_t index, int c, int r) {
+    const int per_row = (f.w + 7) / 8;
+    const unsigned char* g = tvx_font + f.base + index * static_cast<uint32_t>(f.h * per_row);
+    return (g[r * per_row + c / 8] >> (7 - c % 8)) & 1;
+}
+
+int ink_count(const Font& f, uint32_t index) {
+    int n = 0;
+    for (int r = 0; r < f.h; ++r)
+        for (int c = 0; c < f.w; ++c) n += font_ink(f, index, c, r);
+    return n;
+}
+
+// Expects the glyph at (x, y) of a plane to show ink and paper as given;
+// `mirror` reads the glyph's columns from the right.
+void expect_glyph(ScreenVm& s, bool visible, const Font& f, uint32_t index, int x, int y, uint8_t ink, uint8_t paper,
+                  bool mirror = false) {
+    int wrong = 0;
+    for (int r = 0; r < f.h; ++r)
+        for (int c = 0; c < f.w; ++c) {
+            const uint8_t px = visible ? s.vis(x + c, y + r) : s.buf(x + c, y + r);
+            wrong += px != (font_ink(f, index, mirror ? f.w - 1 - c : c, r) ? ink : paper);
+        }
+    EXPECT_EQ(wrong, 0) << "glyph " << index << " at " << x << "," << y;
+}
+
+void put_string(ScreenVm& s, uint32_t addr, const std::string& text) {
+    for (char c : text) s.poke(addr++, {static_cast<uint8_t>(c)});
+    s.poke(addr, {0});
+}
+
+TEST(Glyphs, GbIndexFollowsTheRowMapping) {
+    EXPECT_EQ(gb_glyph_index(0xA1, 0xA1), 0);
+    EXPECT_EQ(gb_glyph_index(0xB0, 0xA1), 9 * 94);
+    EXPECT_EQ(gb_glyph_index(0xAA, 0xA1), 9 * 94);  // rows AA-AF fall on B0-B5
+    EXPECT_EQ(gb_glyph_index(0xF7, 0xFE), 81 * 94 - 1);
+    for (auto [hi, lo] : {std::pair{0xA0, 0xA1}, {0xF8, 0xA1}, {0xB0, 0xA0}, {0xB0, 0xFF}, {0x80, 0x41}})
+        EXPECT_EQ(gb_glyph_index(static_cast<uint8_t>(hi), static_cast<uint8_t>(lo)), -1) << hi << " " << lo;
+}
+
+TEST(TextOut, AsciiInBothSizesAndPlanes) {
+    ScreenVm s(1);
+    ASSERT_GT(ink_count(kLarge, 'A'), 0);
+    put_string(s, kStr, "AB");
+    s.call(c_textout, {10, 5, kStr, 0xC1});  // large, visible plane
+    expect_glyph(s, true, kLarge, 'A', 10, 5, 1, 0);
+    expect_glyph(s, true, kLarge, 'B', 18, 5, 1, 0);
+    EXPECT_EQ(s.m->need_refresh, 1);
+
+    s.m->need_refresh = 0;
+    s.call(c_textout, {3, 40, kStr, 0x01});  // small, buffer plane only
+    expect_glyph(s, false, kSmall, 'A', 3, 40, 1, 0);
+    expect_glyph(s, false, kSmall, 'B', 9, 40, 1, 0);
+    EXPECT_EQ(s.vis(3, 40) + s.vis(4, 41), 0);
+    EXPECT_EQ(s.m->need_refresh, 0);
+}
+
+TEST(TextOut, Gb2312InEachModeAndSize) {
+    // 啊 (B0A1) twice, the second through row AA, then 'x'.
+    const std::string text = "\xB0\xA1\xAA\xA1x";
+    const uint32_t glyph = 9 * 94;
+    ASSERT_GT(ink_count(kGb12, glyph), 0);
+
+    ScreenVm c(8);
+    c.m->fgcolor = 0x33;
+    c.m->bgcolor = 0x44;
+    put_string(c, kStr, text);
+    c.call(c_textout, {1, 2, kStr, 0x41});
+    expect_glyph(c, true, kGb12, glyph, 1, 2, 0x33, 0x44);
+    expect_glyph(c, true, kGb12, glyph, 13, 2, 0x33, 0x44);
+    expect_glyph(c, true, kSmall, 'x', 25, 2, 0x33, 0x44);
+
+    ScreenVm g(4);
+    put_string(g, kStr, text);
+    g.call(c_textout, {2, 20, kStr, 0xC1});
+    expect_glyph(g, true, kGb16, glyph, 2, 20, 15, 0);
+    expect_glyph(g, true, kLarge, 'x', 34, 20, 15, 0);
+
+    ScreenVm s(1);
+    put_string(s, kStr, text);
+    s.call(c_textout, {0, 0, kStr, 0x41});
+    expect_glyph(s, true, kGb12, glyph, 0, 0, 1, 0);
+}
+
+TEST(TextOut, TransparentCopyDrawsOnlyInk) {
+    ScreenVm c(8);
+    std::memset(c.m->ScreenBuffer, 0x99, kPlaneSize);
+    put_string(c, kStr, "M");
+    c.call(c_textout, {0, 0, kStr, 0xC6});  // bgcolor 0: the paper is transparent
+    expect_glyph(c, true, kLarge, 'M', 0, 0, 255, 0x99);
+}
+
+TEST(TextOut, MirrorsGlyphsWhereRowsFillWholeBytes) {
+    ScreenVm c(8);
+    put_string(c, kStr, "F");
+    c.call(c_textout, {0, 0, kStr, 0xE1});
+    expect_glyph(c, true, kLarge, 'F', 0, 0, 255, 0, true);
+
+    ScreenVm s(1);  // 6-pixel rows do not fill a byte: drawn unmirrored
+    put_string(s, kStr, "F");
+    s.call(c_textout, {0, 0, kStr, 0x61});
+    expect_glyph(s, true, kSmall, 'F', 0, 0, 1, 0);
+}
+
+TEST(TextOut, RightEdgeAndNegativeX) {
+    ScreenVm c(8);  // 160 wide
+    put_string(c, kStr, "WWW");
+    c.call(c_textout, {150, 0, kStr, 0xC1});
+    // 'W' at 150, the second at 158 cut after two columns, the third not drawn.
+    int second = 0;
+    for (int r = 0; r < 16; ++r) {
+        for (int col = 0; col < 2; ++col)
+            second += c.vis(158 + col, r) == (font_ink(kLarge, 'W', col, r) ? 255 : 0) ? 0 : 1;
+        for (int x = 160; x < 176; ++x) ASSERT_EQ(c.vis(x, r), 0) << x;
+    }
+    EXPECT_EQ(second, 0);
+
+    std::memset(c.m->ScreenBuffer, 0x99, kPlaneSize);
+    c.call(c_textout, {65534, 30, kStr, 0xC1});  // x = -2 draws nothing at all
+    for (int x = 0; x < 20; ++x) ASSERT_EQ(c.vis(x, 30), 0x99);
+}
+
+TEST(TextOut, CodesWithoutGlyphs) {
+    ScreenVm c(8);
+    c.m->bgcolor = 5;
+    c.m->fgcolor = 7;
+    std::memset(c.m->ScreenBuffer, 0x99, kPlaneSize);
+    c.m->no_buf = 0x40;
+    c.m->lcmd = 1;
+    // An ASCII code of 128 or more gives pixel value 0, not the background.
+    font_6x12(*c.m, 0, 0, 200);
+    font_8x16(*c.m, 10, 0, 128);
+    EXPECT_EQ(c.vis(5, 11) + c.vis(10, 0) + c.vis(17, 15), 0);
+    EXPECT_EQ(c.vis(6, 0), 0x99);
+    EXPECT_EQ(c.vis(10, 16), 0x99);
+    // GB2312 codes outside the table draw a blank glyph in the background colour.
+    put_string(c, kStr, "\xF8\xA1\xB0\x41");
+    c.call(c_textout, {0, 30, kStr, 0x41});
+    for (int y = 30; y < 42; ++y)
+        for (int x = 0; x < 24; ++x) ASSERT_EQ(c.vis(x, y), 5) << x << "," << y;
+    EXPECT_EQ(c.vis(24, 30), 0x99);
+    // A lead byte just before the terminator ends the string.
+    put_string(c, kStr, "\xB0");
+    c.call(c_textout, {0, 50, kStr, 0x41});
+    EXPECT_EQ(c.vis(0, 50), 0x99);
+
+    ScreenVm g(4);
+    g.m->bgcolor = 3;
+    std::memset(g.m->ScreenBuffer, 0x99, kPlaneSize);
+    g.m->no_buf = 0x40;
+    g.m->lcmd = 1;
+    font_8x16(*g.m, 0, 0, 255);
+    EXPECT_EQ(g.vis(7, 15), 0);
+    EXPECT_EQ(g.vis(8, 15), 0x99);
+}
+
+// Grid bytes at cell index `cell` on.
+void set_cells(Machine& m, uint32_t cell, const std::string& bytes) {
+    for (char b : bytes) lRamWrite(m, m.TextBuffer + cell++, static_cast<uint8_t>(b));
+}
+
+TEST(ConsolePaint, SmallFontOn160x80) {
+    ScreenVm c(8);
+    Machine& m = *c.m;
+    m.bgcolor = 0x11;
+    m.fgcolor = 0x22;
+    setscreen(m, 1);  // 26 x 6 cells, margins: left 2, top 1, bottom 2
+    std::memset(m.ScreenBuffer, 0xAA, sizeof m.ScreenBuffer);
+    set_cells(m, 0, "Hi\xB0\xA1");
+    set_cells(m, 26 * 5 + 25, "z");  // last cell of the last row
+    m.negative = 0x20;
+    update_lcd_0(m);
+
+    EXPECT_EQ(m.negative, 0);
+    EXPECT_EQ(m.need_refresh, 1);
+    expect_glyph(c, true, kSmall, 'H', 2, 1, 0x22, 0x11);
+    expect_glyph(c, true, kSmall, 'i', 8, 1, 0x22, 0x11);
+    expect_glyph(c, true, kGb12, 9 * 94, 14, 1, 0x22, 0x11);
+    expect_glyph(c, true, kSmall, 0, 26, 1, 0x22, 0x11);  // an empty cell is glyph 0, blank
+    expect_glyph(c, true, kSmall, 'z', 2 + 6 * 25, 1 + 13 * 5, 0x22, 0x11);
+    // Paper: whole rows at the top, the bottom and between grid rows.
+    for (int y : {0, 13, 26, 39, 52, 65, 78, 79})
+        for (int x = 0; x < 320; ++x) ASSERT_EQ(c.vis(x, y), 0x11) << x << "," << y;
+    // Side margins on every row, and nothing beyond the screen's width.
+    for (int y = 0; y < 80; ++y)
+        for (int x : {0, 1, 158, 159}) ASSERT_EQ(c.vis(x, y), 0x11) << x << "," << y;
+    EXPECT_EQ(c.vis(160, 5), 0xAA);
+    EXPECT_EQ(c.vis(0, 80), 0xAA);
+    EXPECT_EQ(c.buf(0, 0), 0xAA);
+}
+
+TEST(ConsolePaint, LargeFontAndRowMask) {
+    ScreenVm s(1);
+    Machine& m = *s.m;
+    setscreen(m, 0);  // 20 x 5 cells
+    std::memset(m.ScreenBuffer, 0xAA, sizeof m.ScreenBuffer);
+    set_cells(m, 0, "Ab\xB0\xA1");
+    set_cells(m, 20, "Q");
+    update_lcd_0(m);
+    expect_glyph(s, true, kLarge, 'A', 0, 0, 1, 0);
+    expect_glyph(s, true, kLarge, 'b', 8, 0, 1, 0);
+    expect_glyph(s, true, kGb16, 9 * 94, 16, 0, 1, 0);
+    expect_glyph(s, true, kLarge, 'Q', 0, 16, 1, 0);
+    EXPECT_EQ(s.vis(160, 0), 0xAA);  // no margins in the large font
+
+    // Mask 0x80 on a 5-row screen keeps row 0 as it is on the screen.
+    set_cells(m, 0, "ZZ");
+    set_cells(m, 20, "YY");
+    push_cell(m, 0x80);
+    c_updatelcd(m);
+    EXPECT_EQ(m.line_mode, 0u);
+    expect_glyph(s, true, kLarge, 'A', 0, 0, 1, 0);
+    expect_glyph(s, true, kLarge, 'Y', 8, 16, 1, 0);
+}
+
+TEST(ConsolePaint, RowMaskBitFollowsTheRowCount) {
+    ScreenVm s(8, 20, 15);  // 320 x 240: 15 large rows, 18 small rows
+    Machine& m = *s.m;
+    m.bgcolor = 0;
+    m.fgcolor = 1;
+    setscreen(m, 0);
+    ASSERT_EQ(m.curr_RPS, 15);
+    std::memset(m.ScreenBuffer, 0xAA, kPlaneSize);
+    set_cells(m, 0, "A");
+    set_cells(m, 80, "A");
+    push_cell(m, 0x8000 | 0x80);  // rows 0 and 8
+    c_updatelcd(m);
+    EXPECT_EQ(s.vis(0, 0), 0xAA);
+    EXPECT_EQ(s.vis(0, 8 * 16), 0xAA);
+    expect_glyph(s, true, kLarge, 'A', 0, 32, 1, 0);
+
+    setscreen(m, 1);
+    ASSERT_EQ(m.curr_RPS, 18);
+    std::memset(m.ScreenBuffer, 0xAA, kPlaneSize);
+    set_cells(m, 0, "A");
+    push_cell(m, 0x800000);  // row 0 only
+    c_updatelcd(m);
+    EXPECT_EQ(s.vis(m.small_left + 1, m.small_up + 5), 0xAA);
+    expect_glyph(s, true, kSmall, 0, m.small_left, m.small_up + 13, 1, 0);
+}
+
+}  // namespace

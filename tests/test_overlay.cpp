@@ -1,0 +1,149 @@
+// Diagnostic overlays: the 8x8 font, text placement and colours of the frame
+// counter, key-map and unit-test panels, darkening, and clipping.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "frontend/gui/overlay.h"
+#include "surface_harness.h"
+
+namespace {
+
+// Checks that text sits at (x, y): set glyph bits in fg, clear ones in bg
+// (the top `rows` rows of each glyph).
+void expect_text(const TestSurface& t, int x, int y, std::string_view text, uint16_t fg, uint16_t bg, int rows = 8) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const int g = mes_glyph_index(text[i]);
+        ASSERT_GE(g, 0) << text[i];
+        for (int row = 0; row < rows; ++row)
+            for (int col = 0; col < 8; ++col) {
+                const bool set = mesCHAR[size_t(g)][size_t(row)] & (0x80 >> col);
+                ASSERT_EQ(t.at(x + 8 * int(i) + col, y + row), set ? fg : bg)
+                    << "\"" << text << "\" char " << i << " at +" << col << "," << row;
+            }
+    }
+}
+
+void fill(TestSurface& t, uint16_t c) {
+    for (int y = 0; y < t.h; ++y)
+        for (int x = 0; x < t.w; ++x) t.px[size_t(y * (t.w + t.pad) + x)] = c;
+}
+
+constexpr uint16_t kHalfWhite = 0x8430;  // white after darkening: (16, 33, 16)
+
+}  // namespace
+
+TEST(Overlay, FontHasFortyFiveDistinctGlyphsAndTheSubstitutions) {
+    std::set<std::array<uint8_t, 8>> distinct(mesCHAR.begin(), mesCHAR.end());
+    EXPECT_EQ(distinct.size(), size_t(kMesGlyphs));
+    EXPECT_EQ(mesCHAR[12], (std::array<uint8_t, 8>{}));  // space is blank
+    for (const char c : std::string("0123456789:@ABCDEFGHIJKLMNOPQRSTUVWXYZ.-/!+_")) {
+        const int g = mes_glyph_index(c);
+        ASSERT_GE(g, 0) << c;
+        EXPECT_NE(mesCHAR[size_t(g)], (std::array<uint8_t, 8>{})) << c;
+    }
+    for (const auto& [c, g] : {std::pair{'0', 0}, {'A', 17}, {'z', 42}, {' ', 12}, {'!', 15}, {'+', 43}, {'_', 44},
+                               {'.', 11}, {'-', 13}, {'/', 14}})
+        EXPECT_EQ(mes_glyph_index(c), g) << c;
+    for (const char c : std::string("#~]{\x7f\x80\xff\t")) EXPECT_EQ(mes_glyph_index(c), -1) << int(c);
+}
+
+TEST(Overlay, DrawingOpaqueOrTransparentAndDarkening) {
+    TestSurface t(40, 10);
+    mesDrawString(t.s, 0, 1, "a#", kMesGreen, kMesBlack);  // '#' is skipped but takes its place
+    expect_text(t, 0, 1, "A", kMesGreen, kMesBlack);
+    EXPECT_EQ(t.at(8, 1), kUntouched);
+    EXPECT_EQ(t.at(0, 0), kUntouched);
+    t.reset();
+    mesDrawString(t.s, 0, 0, "1", kMesWhite, kMesTransparent);
+    EXPECT_EQ(t.at(3, 0), kMesWhite);
+    EXPECT_EQ(t.at(0, 0), kUntouched);
+
+    t.px[0] = 0x0000;  // black lifts to (1, 2, 1)
+    t.px[1] = 0x07E0;
+    mes_darken(t.s, 0, 0, 2, 1);
+    EXPECT_EQ(t.at(0, 0), 0x0841);
+    EXPECT_EQ(t.at(1, 0), (1 << 11) | (33 << 5) | 1);
+}
+
+TEST(Overlay, FrameCounterPositionFollowsTheGuestScreen) {
+    TestSurface full(640, 480);  // a 160x80 screen goes to the window-sized surface
+    draw_fps(full.s, 125, 200, 160, 80);
+    expect_text(full, 640 - 56, 40, "125/200", kMesGreen, kMesBlack);
+    EXPECT_EQ(full.at(640 - 57, 40), kUntouched);
+    EXPECT_EQ(full.at(640 - 56, 39), kUntouched);
+
+    TestSurface s(320, 240);
+    draw_fps(s.s, 5, 7, 240, 160);
+    expect_text(s, 320 - 40 - 40, 40, "05/07", kMesGreen, kMesBlack);
+    s.reset();
+    draw_fps(s.s, 60, 60, 320, 240);
+    expect_text(s, 280, 0, "60/60", kMesGreen, kMesBlack);
+    EXPECT_TRUE(s.margins_untouched());
+}
+
+TEST(Overlay, KeyMapPanelFrameLinesAndText) {
+    TestSurface t(320, 240);
+    fill(t, 0xFFFF);
+    draw_keymap_sdl(t.s, "tvm2");
+    for (const auto& [x, y] : {std::pair{41, 100}, {277, 100}, {100, 49}, {100, 190}}) EXPECT_EQ(t.at(x, y), 0xFFFF);
+    for (const auto& [x, y] : {std::pair{42, 50}, {276, 50}, {42, 189}, {276, 189}}) EXPECT_EQ(t.at(x, y), kMesWhite);
+    for (const auto& [x, y] : {std::pair{44, 68}, {274, 68}, {159, 69}, {159, 162}}) EXPECT_EQ(t.at(x, y), kMesGreen);
+    for (const auto& [x, y] : {std::pair{45, 53}, {43, 68}, {275, 68}, {160, 100}}) EXPECT_EQ(t.at(x, y), kHalfWhite);
+
+    expect_text(t, 115, 58, "KEY MAPPING", kMesWhite, kHalfWhite);
+    expect_text(t, 114, 73, "D-PAD", kMesWhite, kHalfWhite);
+    expect_text(t, 165, 97, "L1+SEL", kMesYellow, kHalfWhite);
+    expect_text(t, 231, 97, "FPS", kMesWhite, kHalfWhite);
+    expect_text(t, 231, 109, "GRID", kMesWhite, kHalfWhite);
+    // The ninth letter of SEL+START runs under the button text at x 114.
+    expect_text(t, 48, 145, "SEL+STAR", kMesYellow, kHalfWhite);
+    expect_text(t, 231, 145, "FULL", kMesWhite, kHalfWhite);
+    expect_text(t, 127, 170, "F1 TO HIDE", kMesLightBlue, kHalfWhite);
+    expect_text(t, 42 + (235 - 72) / 2, 182, "TVM2 V0.1", kMesGrey, kHalfWhite, 7);  // row 7 is the frame
+}
+
+TEST(Overlay, UnitTestPanelShowsTimeAndCutsLongNames) {
+    TestSurface t(320, 240);
+    fill(t, 0xFFFF);
+    const std::string func(40, 'F'), dir = std::string(28, 'D') + "XYZ";
+    draw_unit_test_info(t.s, 3725 * 1000 + 999, func, dir);
+    const int x = 20, y = 80;
+    EXPECT_EQ(t.at(x + 279, y + 79), kMesWhite);
+    EXPECT_EQ(t.at(x + 280, y + 40), 0xFFFF);
+    EXPECT_EQ(t.at(x + 2, y + 18), kMesGreen);
+    expect_text(t, x + 104, y + 8, "UNIT TEST", kMesWhite, kHalfWhite);
+    expect_text(t, x + 10, y + 26, "FUNC:", kMesYellow, kHalfWhite);
+    // Thirty characters run past the panel's right edge, as laid out.
+    expect_text(t, x + 50, y + 26, func.substr(0, 28), kMesWhite, kHalfWhite);
+    expect_text(t, x + 50 + 29 * 8, y + 26, "F", kMesWhite, 0xFFFF);
+    for (int col = 0; col < 8; ++col) EXPECT_EQ(t.at(x + 50 + 240 + col, y + 27), 0xFFFF);  // no 31st
+    expect_text(t, x + 50, y + 42, "01:02:05", kMesLightBlue, kHalfWhite);
+    expect_text(t, x + 10, y + 58, "DIR", kMesYellow, kHalfWhite);  // the colon's cell meets the directory
+    expect_text(t, x + 40, y + 58, dir.substr(0, 28), kMesGrey, kHalfWhite);
+    expect_text(t, x + 40 + 224, y + 58, " ", kMesGrey, kHalfWhite);
+
+    fill(t, 0xFFFF);
+    draw_unit_test_info(t.s, 59999, "", "");
+    expect_text(t, x + 50, y + 42, "00:00:59", kMesLightBlue, kHalfWhite);
+}
+
+TEST(Overlay, SmallSurfacesAreNeverWrittenOutside) {
+    for (const auto& [w, h] : {std::pair{20, 10}, {1, 1}, {300, 100}, {100, 300}}) {
+        TestSurface t(w, h);
+        draw_keymap_sdl(t.s, "a-rather-long-program-name-that-runs-past-the-panel");
+        draw_unit_test_info(t.s, 1000, std::string(255, 'X'), std::string(259, 'Y'));
+        draw_fps(t.s, 123456, 999999, 160, 80);
+        mesDrawString(t.s, -5, -3, "CLIPPED", kMesWhite, kMesBlack);
+        EXPECT_TRUE(t.margins_untouched()) << w << "x" << h;
+    }
+    TestSurface t(20, 10);
+    mesDrawChar(t.s, -4, -4, '8', kMesWhite, kMesBlack);  // the lower-right quarter shows
+    EXPECT_EQ(t.at(0, 0), (mesCHAR[8][4] & 0x08) ? kMesWhite : kMesBlack);
+    Surface16 odd = t.s;
+    odd.pitch = 21;  // unusable: nothing is written
+    t.reset();
+    draw_keymap_sdl(odd, "x");
+    EXPECT_EQ(t.at(0, 0), kUntouched);
+}

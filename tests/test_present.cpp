@@ -1,0 +1,245 @@
+// Frame conversion: colour table, 1:1 placement, the scalers and their
+// choice, the grid colours, clearing, odd surfaces; screenshots.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "surface_harness.h"
+#include "tools/run/screenshot.h"
+#include "vm/machine.h"
+
+namespace {
+
+// Colour table i -> 0x1000 + i; guest pixel (x, y) holds (x + 2y) & 0xFF.
+std::unique_ptr<Machine> patterned(int w, int h) {
+    auto m = std::make_unique<Machine>();
+    m->ScreenWidth = w;
+    m->ScreenHeight = h;
+    for (int i = 0; i < 256; ++i) m->pal[i] = uint16_t(0x1000 + i);
+    for (int y = 0; y < 240; ++y)
+        for (int x = 0; x < 320; ++x) m->ScreenBuffer[y * 320 + x] = uint8_t(x + 2 * y);
+    return m;
+}
+uint16_t colour_at(int x, int y) { return uint16_t(0x1000 + ((x + 2 * y) & 0xFF)); }
+
+std::unique_ptr<Machine> mono(int w, int h) {
+    auto m = std::make_unique<Machine>();
+    m->graph_mode = 1;
+    m->ScreenWidth = w;
+    m->ScreenHeight = h;
+    SetPalette(*m);
+    SetSDLPalette(*m);
+    return m;
+}
+
+// k eighths of a and the rest of b, per 5-6-5 field.
+uint16_t blend(uint16_t a, uint16_t b, int k) {
+    auto mix = [&](int shift, int mask) { return ((k * ((a >> shift) & mask) + (8 - k) * ((b >> shift) & mask)) >> 3) << shift; };
+    return uint16_t(mix(11, 31) | mix(5, 63) | mix(0, 31));
+}
+
+// The patterned w x h picture enlarged f times at (ox, oy), source columns
+// from sx on, and nothing written anywhere else.
+void expect_picture(const TestSurface& t, int ox, int oy, int f, int w, int h, int sx = 0, int sy = 0) {
+    for (int y = 0; y < t.h; ++y)
+        for (int x = 0; x < t.w; ++x) {
+            const bool in = x >= ox && y >= oy && x < ox + f * w && y < oy + f * h;
+            const uint16_t want = in ? colour_at(sx + (x - ox) / f, sy + (y - oy) / f) : kUntouched;
+            ASSERT_EQ(t.at(x, y), want) << "at " << x << "," << y;
+        }
+    ASSERT_TRUE(t.margins_untouched());
+}
+
+}  // namespace
+
+TEST(Present, ColourTablePacksBlueLowRedHighOnlyAfterAChange) {
+    auto m = std::make_unique<Machine>();
+    m->palette[3 * 7] = 0xFF;      // blue
+    m->palette[3 * 7 + 1] = 0x03;  // green below one step: dropped
+    m->palette[3 * 7 + 2] = 0x0F;  // red: 1 after dropping three bits
+    calcPalette(*m);
+    SetSDLPalette(*m);
+    EXPECT_EQ(m->pal[7], 0x001F | 1 << 11);
+    EXPECT_EQ(m->palette_change, 0);
+
+    m->ScreenWidth = 320, m->ScreenHeight = 240;
+    std::fill_n(m->ScreenBuffer, kPlaneSize, 7);
+    m->palette[3 * 7] = 0;
+    SetSDLPalette(*m);  // no flag: not seen
+    TestSurface t(320, 240);
+    DmaRefresh(*m, &t.s);
+    EXPECT_EQ(t.at(5, 5), 0x001F | 1 << 11);
+    calcPalette(*m);
+    SetSDLPalette(*m);
+    DmaRefresh(*m, &t.s);
+    EXPECT_EQ(t.at(5, 5), 1 << 11);
+}
+
+TEST(Present, OneToOneCentresAndCropsTheMiddle) {
+    auto m = patterned(160, 80);
+    TestSurface full(320, 240);  // always 1:1, here at column 80, row 80
+    DmaRefresh(*m, &full.s);
+    expect_picture(full, 80, 80, 1, 160, 80);
+    m->ScreenWidth = 240, m->ScreenHeight = 160;
+    full.reset();
+    DmaRefresh(*m, &full.s);
+    expect_picture(full, 40, 40, 1, 240, 160);
+
+    m->ScreenWidth = 160, m->ScreenHeight = 80;
+    TestSurface narrow(100, 240);  // scale 0: cropped by 30 columns each side
+    DmaRefresh(*m, &narrow.s);
+    expect_picture(narrow, 0, 80, 1, 100, 80, 30);
+    TestSurface low(150, 50);  // lower too: the middle rows
+    DmaRefresh(*m, &low.s);
+    expect_picture(low, 0, 0, 1, 150, 50, 5, 15);
+}
+
+TEST(Present, ScalerChoiceAndGeometryByFactor) {
+    auto m = patterned(160, 80);  // mode 8
+    TestSurface three(480, 400);  // min(3, 5): 480x240 at row 80
+    DmaRefresh(*m, &three.s);
+    expect_picture(three, 0, 80, 3, 160, 80);
+    TestSurface two(330, 250);
+    DmaRefresh(*m, &two.s);
+    expect_picture(two, 5, 45, 2, 160, 80);
+    TestSurface four(641, 330);
+    DmaRefresh(*m, &four.s);
+    expect_picture(four, 0, 5, 4, 160, 80);
+    TestSurface five(805, 400);
+    DmaRefresh(*m, &five.s);
+    expect_picture(five, 2, 0, 5, 160, 80);
+
+    // Mono with the grid off takes the plain scalers as well.
+    m->graph_mode = 1;
+    m->use_grid = 0;
+    three.reset();
+    DmaRefresh(*m, &three.s);
+    expect_picture(three, 0, 80, 3, 160, 80);
+}
+
+TEST(Present, MonoGridBlendsInkEdgesAtFactorThreeAndFour) {
+    auto m = mono(160, 80);
+    m->ScreenBuffer[0] = 1;          // ink
+    m->ScreenBuffer[320 + 1] = 255;  // as cleared: shown as ink
+    TestSurface t(480, 400);
+    DmaRefresh(*m, &t.s);
+    const uint16_t paper = m->pal[0], ink = m->pal[1], edge = blend(paper, ink, 3);
+    EXPECT_EQ(edge, 0x3A47);  // 3/8 of (173,193,173)
+    for (int g = 0; g < 2; ++g)  // guest (0,0) and (1,1)
+        for (int dy = 0; dy < 3; ++dy)
+            for (int dx = 0; dx < 3; ++dx)
+                EXPECT_EQ(t.at(3 * g + dx, 80 + 3 * g + dy), dx == 2 || dy == 2 ? edge : ink) << g << dx << dy;
+    for (int dy = 0; dy < 3; ++dy)  // paper shows no grid
+        for (int dx = 0; dx < 3; ++dx) EXPECT_EQ(t.at(3 + dx, 80 + dy), paper);
+    uint16_t grid[2];
+    calc_grid(*m, grid, 9);  // the paper share stops at 6/8
+    EXPECT_EQ(grid[1], blend(paper, ink, 6));
+
+    // Factor 4 goes to the general grid scaler, not to the fixed one's
+    // entry-2 lines; entry 2 is made blue to tell them apart.
+    m->palette[6] = 0xFF, m->palette[7] = m->palette[8] = 0;
+    calcPalette(*m);
+    SetSDLPalette(*m);
+    TestSurface f4(640, 320);
+    DmaRefresh(*m, &f4.s);
+    EXPECT_EQ(f4.at(3, 0), blend(paper, ink, 4));
+    EXPECT_EQ(f4.at(0, 3), blend(paper, ink, 4));
+    f4.reset();
+    Scale4X(*m, f4.s);
+    EXPECT_EQ(f4.at(2, 2), ink);
+    EXPECT_EQ(f4.at(3, 1), 0x001F);
+    EXPECT_EQ(f4.at(1, 3), 0x001F);
+    EXPECT_EQ(f4.at(7, 3), paper);
+}
+
+TEST(Present, NeedCleanClearsTheWholeSurfaceOnce) {
+    auto m = patterned(160, 80);
+    ClearNdsScreen(*m);
+    TestSurface t(320, 240);
+    DmaRefresh(*m, &t.s);
+    EXPECT_EQ(t.at(0, 0), 0);
+    EXPECT_EQ(t.at(320, 239), 0);  // row padding included
+    EXPECT_EQ(m->need_clean, 0);
+    t.reset();
+    DmaRefresh(*m, &t.s);
+    EXPECT_EQ(t.at(0, 0), kUntouched);
+}
+
+TEST(Present, OddSurfacesAndScreenSizesStayInBounds) {
+    auto m = patterned(160, 80);
+    DmaRefresh(*m, nullptr);
+    Surface16 empty;
+    DmaRefresh(*m, &empty);
+    TestSurface t(40, 20);
+    t.s.pitch = 60;  // under two bytes a pixel: left alone
+    DmaRefresh(*m, &t.s);
+    EXPECT_EQ(t.at(0, 0), kUntouched);
+    t.s.pitch = 86;
+    ScaleX(*m, t.s, 3);  // direct calls with a picture too large draw nothing
+    ScaleX(*m, t.s, 1 << 28);
+    ScaleX_grid(*m, t.s, 3);
+    Scale2X(*m, t.s);
+    Scale4X(*m, t.s);
+    EXPECT_EQ(t.at(0, 0), kUntouched);
+    EXPECT_TRUE(t.margins_untouched());
+
+    m->ScreenWidth = m->ScreenHeight = 5000;  // read as the whole plane
+    TestSurface full(320, 240);
+    DmaRefresh(*m, &full.s);
+    expect_picture(full, 0, 0, 1, 320, 240);
+    m->ScreenWidth = -4;
+    full.reset();
+    DmaRefresh(*m, &full.s);
+    EXPECT_EQ(full.at(0, 0), kUntouched);
+}
+
+TEST(Screenshot, GuestPictureAndScaledFrameColours) {
+    auto m = mono(160, 80);
+    m->ScreenBuffer[1] = 1;
+    m->ScreenBuffer[320 + 2] = 255;  // ink
+    m->ScreenBuffer[160] = 1;        // beyond the width: not shown
+    RgbImage img = guest_picture(*m);
+    ASSERT_EQ(img.w * img.h * 3, int(img.rgb.size()));
+    ASSERT_EQ(img.w, 160);
+    auto rgb = [&](int x, int y) { return std::vector<uint8_t>(&img.rgb[size_t(3 * (y * img.w + x))], &img.rgb[size_t(3 * (y * img.w + x) + 3)]); };
+    const std::vector<uint8_t> paper{173, 193, 173}, ink{0, 0, 0};
+    EXPECT_EQ(rgb(0, 0), paper);
+    EXPECT_EQ(rgb(1, 0), ink);
+    EXPECT_EQ(rgb(2, 1), ink);
+    EXPECT_EQ(rgb(159, 0), paper);
+
+    m->need_clean = 1;
+    img = presented_frame(*m, 480, 400);
+    EXPECT_EQ(m->need_clean, 1);
+    EXPECT_EQ(rgb(5, 80), (std::vector<uint8_t>{57, 73, 57}));     // 0x3A47, top bits repeated
+    EXPECT_EQ(rgb(0, 80), (std::vector<uint8_t>{173, 195, 173}));  // paper after 5-6-5
+    EXPECT_EQ(rgb(0, 0), ink);                                     // outside the picture
+    EXPECT_TRUE(presented_frame(*m, 0, 10).rgb.empty());
+}
+
+TEST(Screenshot, PngRoundTripComparisonAndPlaneDump) {
+    const std::string dir = ::testing::TempDir();
+    auto m = patterned(160, 80);
+    SetPalette(*m);
+    const RgbImage img = guest_picture(*m);
+    std::string error;
+    ASSERT_TRUE(write_png(img, dir + "/shot.png", &error)) << error;
+    RgbImage back;
+    ASSERT_TRUE(read_png(dir + "/shot.png", &back, &error)) << error;
+    EXPECT_TRUE(same_pixels(img, back, &error)) << error;
+    back.rgb[3 * (5 * 160 + 7) + 1] ^= 1;
+    EXPECT_FALSE(same_pixels(img, back, &error));
+    EXPECT_NE(error.find("(7,5)"), std::string::npos) << error;
+    EXPECT_FALSE(read_png(dir + "/missing.png", &back, &error));
+    EXPECT_FALSE(write_png(img, dir + "/no/such/dir/x.png", &error));
+
+    m->ScreenBuffer[2 * kPlaneSize - 1] = 0x5A;
+    ASSERT_TRUE(dump_planes(*m, dir + "/planes.bin", &error)) << error;
+    FILE* f = std::fopen((dir + "/planes.bin").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    std::vector<uint8_t> bytes(2 * kPlaneSize + 1);
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), size_t(2 * kPlaneSize));
+    std::fclose(f);
+    EXPECT_TRUE(std::equal(bytes.begin(), bytes.end() - 1, m->ScreenBuffer));
+}
