@@ -43,45 +43,28 @@ TEST(Overlay, FontHasFortyFiveDistinctGlyphsAndTheSubstitutions) {
         ASSERT_GE(g, 0) << c;
         EXPECT_NE(mesCHAR[size_t(g)], (std::array<uint8_t, 8>{})) << c;
     }
-    EXPECT_EQ(mes_glyph_index('0'), 0);
-    EXPECT_EQ(mes_glyph_index('A'), 17);
-    EXPECT_EQ(mes_glyph_index('z'), mes_glyph_index('Z'));
-    EXPECT_EQ(mes_glyph_index(' '), mes_glyph_index('<'));
-    EXPECT_EQ(mes_glyph_index('!'), mes_glyph_index('?'));
-    EXPECT_EQ(mes_glyph_index('+'), 43);
-    EXPECT_EQ(mes_glyph_index('_'), 44);
-    EXPECT_EQ(mes_glyph_index('.'), 11);
-    EXPECT_EQ(mes_glyph_index('-'), 13);
-    EXPECT_EQ(mes_glyph_index('/'), 14);
+    for (const auto& [c, g] : {std::pair{'0', 0}, {'A', 17}, {'z', 42}, {' ', 12}, {'!', 15}, {'+', 43}, {'_', 44},
+                               {'.', 11}, {'-', 13}, {'/', 14}})
+        EXPECT_EQ(mes_glyph_index(c), g) << c;
     for (const char c : std::string("#~]{\x7f\x80\xff\t")) EXPECT_EQ(mes_glyph_index(c), -1) << int(c);
 }
 
-TEST(Overlay, CharactersDrawOpaqueOrTransparentAndLowerCaseAsCapitals) {
+TEST(Overlay, DrawingOpaqueOrTransparentAndDarkening) {
     TestSurface t(40, 10);
-    mesDrawString(t.s, 0, 1, "aB", kMesGreen, kMesBlack);
-    expect_text(t, 0, 1, "AB", kMesGreen, kMesBlack);
+    mesDrawString(t.s, 0, 1, "a#", kMesGreen, kMesBlack);  // '#' is skipped but takes its place
+    expect_text(t, 0, 1, "A", kMesGreen, kMesBlack);
+    EXPECT_EQ(t.at(8, 1), kUntouched);
     EXPECT_EQ(t.at(0, 0), kUntouched);
-    EXPECT_EQ(t.at(16, 1), kUntouched);
-
     t.reset();
-    mesDrawString(t.s, 0, 0, "1#1", kMesWhite, kMesTransparent);  // '#' is skipped but takes its place
+    mesDrawString(t.s, 0, 0, "1", kMesWhite, kMesTransparent);
     EXPECT_EQ(t.at(3, 0), kMesWhite);
     EXPECT_EQ(t.at(0, 0), kUntouched);
-    for (int x = 8; x < 16; ++x)
-        for (int y = 0; y < 8; ++y) ASSERT_EQ(t.at(x, y), kUntouched);
-    EXPECT_EQ(t.at(16 + 3, 0), kMesWhite);
-}
 
-TEST(Overlay, DarkeningHalvesEachFieldRoundingUp) {
-    TestSurface t(4, 1);
-    fill(t, 0xFFFF);
-    t.px[1] = 0x0000;
-    t.px[2] = 0x07E0;
-    mes_darken(t.s, 0, 0, 3, 1);
-    EXPECT_EQ(t.at(0, 0), kHalfWhite);
-    EXPECT_EQ(t.at(1, 0), 0x0841);  // black lifts to (1, 2, 1)
-    EXPECT_EQ(t.at(2, 0), (1 << 11) | (33 << 5) | 1);
-    EXPECT_EQ(t.at(3, 0), 0xFFFF);
+    t.px[0] = 0x0000;  // black lifts to (1, 2, 1)
+    t.px[1] = 0x07E0;
+    mes_darken(t.s, 0, 0, 2, 1);
+    EXPECT_EQ(t.at(0, 0), 0x0841);
+    EXPECT_EQ(t.at(1, 0), (1 << 11) | (33 << 5) | 1);
 }
 
 TEST(Overlay, FrameCounterPositionFollowsTheGuestScreen) {
@@ -104,27 +87,15 @@ TEST(Overlay, KeyMapPanelFrameLinesAndText) {
     TestSurface t(320, 240);
     fill(t, 0xFFFF);
     draw_keymap_sdl(t.s, "tvm2");
-    EXPECT_EQ(t.at(41, 100), 0xFFFF);
-    EXPECT_EQ(t.at(277, 100), 0xFFFF);
-    EXPECT_EQ(t.at(100, 49), 0xFFFF);
-    EXPECT_EQ(t.at(100, 190), 0xFFFF);
-    for (const auto& [x, y] : {std::pair{42, 50}, {276, 50}, {42, 189}, {276, 189}, {42, 120}, {200, 189}})
-        EXPECT_EQ(t.at(x, y), kMesWhite) << x << "," << y;
-    EXPECT_EQ(t.at(45, 53), kHalfWhite);
-    EXPECT_EQ(t.at(43, 68), kHalfWhite);
-    EXPECT_EQ(t.at(44, 68), kMesGreen);
-    EXPECT_EQ(t.at(274, 68), kMesGreen);
-    EXPECT_EQ(t.at(275, 68), kHalfWhite);
-    EXPECT_EQ(t.at(159, 69), kMesGreen);
-    EXPECT_EQ(t.at(159, 162), kMesGreen);
-    EXPECT_EQ(t.at(160, 100), kHalfWhite);
+    for (const auto& [x, y] : {std::pair{41, 100}, {277, 100}, {100, 49}, {100, 190}}) EXPECT_EQ(t.at(x, y), 0xFFFF);
+    for (const auto& [x, y] : {std::pair{42, 50}, {276, 50}, {42, 189}, {276, 189}}) EXPECT_EQ(t.at(x, y), kMesWhite);
+    for (const auto& [x, y] : {std::pair{44, 68}, {274, 68}, {159, 69}, {159, 162}}) EXPECT_EQ(t.at(x, y), kMesGreen);
+    for (const auto& [x, y] : {std::pair{45, 53}, {43, 68}, {275, 68}, {160, 100}}) EXPECT_EQ(t.at(x, y), kHalfWhite);
 
     expect_text(t, 115, 58, "KEY MAPPING", kMesWhite, kHalfWhite);
-    expect_text(t, 48, 73, "ARROWS", kMesYellow, kHalfWhite);
     expect_text(t, 114, 73, "D-PAD", kMesWhite, kHalfWhite);
     expect_text(t, 165, 97, "L1+SEL", kMesYellow, kHalfWhite);
     expect_text(t, 231, 97, "FPS", kMesWhite, kHalfWhite);
-    expect_text(t, 165, 109, "R1+SEL", kMesYellow, kHalfWhite);
     expect_text(t, 231, 109, "GRID", kMesWhite, kHalfWhite);
     // The ninth letter of SEL+START runs under the button text at x 114.
     expect_text(t, 48, 145, "SEL+STAR", kMesYellow, kHalfWhite);
@@ -139,11 +110,9 @@ TEST(Overlay, UnitTestPanelShowsTimeAndCutsLongNames) {
     const std::string func(40, 'F'), dir = std::string(28, 'D') + "XYZ";
     draw_unit_test_info(t.s, 3725 * 1000 + 999, func, dir);
     const int x = 20, y = 80;
-    EXPECT_EQ(t.at(x, y), kMesWhite);
     EXPECT_EQ(t.at(x + 279, y + 79), kMesWhite);
     EXPECT_EQ(t.at(x + 280, y + 40), 0xFFFF);
     EXPECT_EQ(t.at(x + 2, y + 18), kMesGreen);
-    EXPECT_EQ(t.at(x + 277, y + 18), kMesGreen);
     expect_text(t, x + 104, y + 8, "UNIT TEST", kMesWhite, kHalfWhite);
     expect_text(t, x + 10, y + 26, "FUNC:", kMesYellow, kHalfWhite);
     // Thirty characters run past the panel's right edge, as laid out.

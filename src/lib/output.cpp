@@ -15,13 +15,21 @@ namespace {
 constexpr uint32_t kScanLimit = kRamSize;
 // Widths beyond this are taken as this, so a hostile width cannot flood the output.
 constexpr uint32_t kMaxWidth = 0xFFFF;
+// Most bytes one call writes. A format of the whole block full of "%s" over
+// strings without terminators would otherwise keep the call busy for hours;
+// no valid program comes near this.
+constexpr uint64_t kOutputLimit = 16 * uint64_t{kRamSize};
 
 // Where formatted text goes: the console (printf) or guest memory (sprintf).
 struct Sink {
     Machine& m;
     bool to_memory;
     uint32_t dst = 0;
+    uint64_t written = 0;
+    bool full() const { return written >= kOutputLimit; }
     void put(uint8_t ch) {
+        if (full()) return;
+        ++written;
         if (to_memory)
             lRamWrite(m, dst++, ch);
         else
@@ -132,7 +140,7 @@ void put_console_text(Machine& m, Sink& out, uint32_t& pos, bool* ended) {
 void format(Machine& m, Sink& out, uint32_t fmt) {
     Format f;
     uint32_t pos = fmt;
-    for (uint32_t steps = 0; steps < kScanLimit; ++steps) {
+    for (uint32_t steps = 0; steps < kScanLimit && !out.full(); ++steps) {
         const uint8_t b = lRamRead(m, pos);
         if (b == 0) return;
         if (b != '%') {
@@ -160,7 +168,7 @@ void format(Machine& m, Sink& out, uint32_t fmt) {
                 next_arg(m);
                 uint32_t s = m.a1 & m.addr_mask;
                 bool ended = false;
-                for (uint32_t n = 0; n < kScanLimit && !ended && lRamRead(m, s) != 0; ++n) {
+                for (uint32_t n = 0; n < kScanLimit && !ended && !out.full() && lRamRead(m, s) != 0; ++n) {
                     if (out.to_memory)
                         out.put(lRamRead(m, s++));
                     else
@@ -201,5 +209,5 @@ void c_sprintf(Machine& m) {
     next_arg(m);
     Sink out{m, true, dst};
     format(m, out, m.a1 & m.addr_mask);
-    out.put(0);
+    lRamWrite(m, out.dst, 0);  // terminated even when the limit cut the text
 }

@@ -7,19 +7,3 @@
 #define TVM_PENDING(fn) \
     void fn(Machine& m) { missing_call(m); }
 
-TVM_PENDING(scroll_to_lcd)
-TVM_PENDING(c_block)
-TVM_PENDING(c_rectangle)
-TVM_PENDING(c_clearscreen)
-TVM_PENDING(c_point)
-TVM_PENDING(c_getpoint)
-TVM_PENDING(c_line)
-TVM_PENDING(c_box)
-TVM_PENDING(c_circle)
-TVM_PENDING(c_ellipse)
-TVM_PENDING(c_fill)
-TVM_PENDING(c_setgraphmode)
-TVM_PENDING(c_setbgcolor)
-TVM_PENDING(c_setfgcolor)
-TVM_PENDING(c_fade)
-TVM_PENDING(c_setpalette)

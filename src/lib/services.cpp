@@ -1,5 +1,6 @@
 // c_system: numbered services (most answer with a fixed value), frame
 // decoding, the touch record and fine clocks; c_getcmdline.
+#include "cjk/pinyin.h"
 #include "lib/syscalls.h"
 #include "vm/interp.h"
 
@@ -71,13 +72,13 @@ void c_system(Machine& m) {
             FlmDecode(m, m.a1 & m.addr_mask, m.a3 & m.addr_mask);
             break;
         }
-        case 20:
-            // Pinyin lookup: the syllable table is not part of this build yet,
-            // so every syllable is unknown.
-            get_vals(m);
-            get_val(m);
-            result = 0xFFFFFFFFu;
+        case 20: {
+            get_vals(m);  // a1 buffer, a3 index of the first character wanted
+            const uint32_t buf = m.a1 & m.addr_mask, first = m.a3;
+            get_val(m);  // the syllable
+            result = PY2GB(m, m.a1 & m.addr_mask, buf, first);
             break;
+        }
         case 31:
             refresh_if_due(m);
             result = m.host->GetTickCount_os();

@@ -15,10 +15,15 @@
 
 struct Machine : Cpu, Screen, Console, Keys, ClockState, Tasks, Presentation, Files {
     Host* host = &default_host();
+    // Dirty marks since the front-end's frame counter last read them.
+    std::atomic<uint32_t> fps_need_frames_curr{0};
 };
 
 // Formats into a 1,024-byte buffer (longer output is cut) and writes it to
 // the host log.
 void mylog(Machine& m, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
-inline void ToviNeedRefresh(Machine& m) { m.need_refresh.store(1, std::memory_order_relaxed); }
+inline void ToviNeedRefresh(Machine& m) {
+    m.need_refresh.store(1, std::memory_order_relaxed);
+    m.fps_need_frames_curr.fetch_add(1, std::memory_order_relaxed);
+}

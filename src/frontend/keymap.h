@@ -1,0 +1,25 @@
+// Host keys and game-controller buttons as bits of the guest's button word.
+#pragma once
+
+#include <SDL.h>
+
+#include <cstdint>
+
+namespace btn {
+inline constexpr uint16_t A = 0x001, B = 0x002, SELECT = 0x004, START = 0x008;
+inline constexpr uint16_t RIGHT = 0x010, LEFT = 0x020, UP = 0x040, DOWN = 0x080;
+inline constexpr uint16_t R1 = 0x100, L1 = 0x200, X = 0x400, Y = 0x800;
+}  // namespace btn
+
+// The button a host key stands for, or 0. Escape and F1 are handled apart.
+uint16_t host_key_button(SDL_Keycode key);
+
+// Xbox-type controllers have their face buttons swapped, so that a button
+// stays where it is on the device rather than under the same letter.
+inline bool is_xbox_type(int controller_type) { return controller_type == 1 || controller_type == 2; }
+
+// The button a controller button presses, or 0.
+uint16_t pad_button(int button, int controller_type);
+// The bits a released controller button sets: its button, and for the face
+// buttons one more (so releasing A also releases Y).
+uint16_t pad_release_bits(int button, int controller_type);

@@ -1,0 +1,97 @@
+// Helpers of the front-end tests: temporary directories, assembled programs,
+// a front-end whose log is recorded, and runs of the real tvm2.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "frontend/frontend.h"
+#include "tools/asm/asm.h"
+
+namespace fs = std::filesystem;
+
+// A fresh directory under the system's temporary directory, removed again.
+struct TempDir {
+    fs::path path;
+    TempDir() {
+        std::string templ = (fs::temp_directory_path() / "tvm2fe.XXXXXX").string();
+        path = mkdtemp(templ.data());
+    }
+    ~TempDir() {
+        std::error_code ec;
+        fs::remove_all(path, ec);
+    }
+    std::string str() const { return path.string(); }
+};
+
+inline void write_file(const fs::path& p, const std::string& text) {
+    fs::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary) << text;
+}
+
+inline std::string read_file(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+// Assembles source into a .tvx file at p.
+inline void assemble_to(const fs::path& p, const std::string& source) {
+    const AsmResult r = assemble(source, p.filename().string());
+    ASSERT_TRUE(r.errors.empty()) << r.errors.front().line << ": " << r.errors.front().message;
+    fs::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(r.bytes.data()),
+                                             static_cast<std::streamsize>(r.bytes.size()));
+}
+
+// The front-end's host with the log recorded instead of printed.
+struct RecordingHost : SdlHost {
+    std::string logged;
+    void log(std::string_view text) override { logged += text; }
+};
+
+// A front-end over a fresh machine, without window unless a test opens one.
+struct TestFrontend {
+    std::unique_ptr<Frontend> fe = std::make_unique<Frontend>();
+    std::unique_ptr<Machine> m = std::make_unique<Machine>();
+    RecordingHost host;
+    TestFrontend() {
+        fe->m = m.get();
+        host.fe = fe.get();
+        m->host = &host;
+        clearAllKey(*m);
+    }
+    std::string& log() { return host.logged; }
+};
+
+// The outcome of one run of a program.
+struct RunResult {
+    int status = -1;
+    std::string out, err;
+};
+
+// Runs a shell command line in dir under SDL's dummy video driver.
+inline RunResult run_in(const std::string& dir, const std::string& command) {
+    TempDir io;
+    const std::string out = (io.path / "out").string(), err = (io.path / "err").string();
+    const std::string cmd = "cd '" + dir + "' && SDL_VIDEODRIVER=dummy SDL_AUDIODRIVER=dummy timeout 30 " + command +
+                            " >'" + out + "' 2>'" + err + "'";
+    const int rc = std::system(cmd.c_str());
+    RunResult r;
+    r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    r.out = read_file(out);
+    r.err = read_file(err);
+    return r;
+}
+
+inline RunResult run_tvm2(const std::string& dir, const std::string& args) {
+    return run_in(dir, std::string("'") + TVM2_BIN + "' " + args);
+}
