@@ -3,36 +3,12 @@
 // terminator. Everything must stay inside guest memory (the sanitizer build
 // checks) and every call must end.
 #include <cstring>
-#include <string>
 
 #include "lib/syscalls.h"
 #include "vm_harness.h"
 
-namespace {
-
-struct Calls {
-    Vm vm;
-    Machine& m;
-    explicit Calls(uint8_t flags) : vm(Code{}, flags), m(*vm.m) {}
-    void call(void (*fn)(Machine&), std::initializer_list<uint32_t> args) {
-        m.eval_top = 0;
-        for (uint32_t v : args) push_cell(m, v);
-        fn(m);
-    }
-    void str(uint32_t a, const std::string& s) {
-        for (size_t i = 0; i <= s.size(); ++i) lRamWrite(m, a + static_cast<uint32_t>(i), i < s.size() ? s[i] : 0);
-    }
-    std::string read(uint32_t a) {
-        std::string s;
-        for (uint8_t ch; (ch = lRamRead(m, a + static_cast<uint32_t>(s.size()))) != 0;) s += static_cast<char>(ch);
-        return s;
-    }
-};
-
-}  // namespace
-
 TEST(LibOutput, WildPointersWrapIntoTheBlock) {
-    Calls c(0x10);  // 32-bit program: pointers keep their low 24 bits
+    CallVm c(0x10);  // 32-bit program: pointers keep their low 24 bits
     // A format across the end of the block, from a pointer with high bits set.
     c.str(0xFFFFC, "%s|%d");
     c.str(0x3000, "xy");
@@ -41,7 +17,7 @@ TEST(LibOutput, WildPointersWrapIntoTheBlock) {
     // A destination across the end.
     c.str(0x3100, "ab%s");
     c.call(c_sprintf, {0xFFFFFFFE, 0x3100, 0x3000, 3});
-    EXPECT_EQ(c.m.tovix_ram[kRamMask], 'b');
+    EXPECT_EQ(c.m->tovix_ram[kRamMask], 'b');
     EXPECT_EQ(c.read(0xFFFFFE), "abxy");
     // printf, putchar and sprintf with "%s" of pointers everywhere.
     for (uint32_t p : {0u, 0xFFFFFFFFu, 0x80000000u, 0x00FFFFFFu, 0x12345678u}) {
@@ -56,62 +32,57 @@ TEST(LibOutput, WildPointersWrapIntoTheBlock) {
 // block once; a block full of "%s" over strings without terminators stops at
 // the output limit. Both calls end with the stack cleared of their arguments.
 TEST(LibOutput, UnterminatedFormatsEnd) {
-    Calls c(0x80);
-    std::memset(c.m.tovix_ram, 'x', kRamSize);
+    CallVm c(0x80);
+    std::memset(c.m->tovix_ram, 'x', kRamSize);
     c.call(c_sprintf, {0x5000, 0x2000, 2});
-    EXPECT_EQ(c.m.eval_top, 0);
     // One pass over the block: every byte is overwritten with 'x', the
     // terminator lands on the destination itself.
     int zeros = 0;
-    for (uint32_t i = 0; i < kRamSize; ++i) zeros += c.m.tovix_ram[i] == 0;
+    for (uint32_t i = 0; i < kRamSize; ++i) zeros += c.m->tovix_ram[i] == 0;
     EXPECT_EQ(zeros, 1);
-    EXPECT_EQ(lRamRead(c.m, 0x5000), 0);
+    EXPECT_EQ(lRamRead(*c.m, 0x5000), 0);
 
-    for (uint32_t i = 0; i < kRamSize; i += 2) std::memcpy(c.m.tovix_ram + i, "%s", 2);
+    for (uint32_t i = 0; i < kRamSize; i += 2) std::memcpy(c.m->tovix_ram + i, "%s", 2);
     c.call(c_sprintf, {0x61616161, 0x41414141, 2});
-    EXPECT_EQ(c.m.eval_top, 0);
-    for (uint32_t i = 0; i < kRamSize; i += 2) std::memcpy(c.m.tovix_ram + i, "%s", 2);
+    for (uint32_t i = 0; i < kRamSize; i += 2) std::memcpy(c.m->tovix_ram + i, "%s", 2);
     c.call(c_printf, {0x2000, 1});
-    EXPECT_EQ(c.m.eval_top, 0);
 }
 
 TEST(LibServices, WildPointersWrapIntoTheBlock) {
-    Calls c(0x10);
+    CallVm c(0x10);
     // Frame decoding with source and destination across the end of the block:
     // a plain copy, run lengths of every kind, differences.
     const uint32_t src = 0xFFFFFFFE, dst = 0x80FFFFFE;
-    c.m.tovix_ram[kRamMask - 1] = 0x06;  // header 0x0006: copy 4 bytes
-    c.m.tovix_ram[kRamMask] = 0x00;
-    std::memcpy(c.m.tovix_ram, "wxyz", 4);
-    c.call(c_system, {src, dst, 15});
-    EXPECT_EQ(c.m.tovix_ram[kRamMask - 1], 'w');
-    EXPECT_EQ(c.m.tovix_ram[1], 'z');
+    c.m->tovix_ram[kRamMask - 1] = 0x06;  // header 0x0006: copy 4 bytes
+    c.m->tovix_ram[kRamMask] = 0x00;
+    std::memcpy(c.m->tovix_ram, "wxyz", 4);
+    c.result(c_system, {src, dst, 15});
+    EXPECT_EQ(c.m->tovix_ram[kRamMask - 1], 'w');
+    EXPECT_EQ(c.m->tovix_ram[1], 'z');
     for (uint32_t method : {1u, 2u}) {
         // Header 0x1FFF with the method on top: a frame of 8191 bytes of
         // control bytes that each run 64 bytes long.
-        c.m.tovix_ram[kRamMask - 1] = 0xFF;
-        c.m.tovix_ram[kRamMask] = static_cast<uint8_t>(0x1F | method << 5);
-        for (uint32_t i = 0; i < 0x2000; ++i) c.m.tovix_ram[i] = static_cast<uint8_t>(i * 37);
-        c.call(c_system, {src, dst, 15});
-        EXPECT_EQ(c.vm.cell(), src);
+        c.m->tovix_ram[kRamMask - 1] = 0xFF;
+        c.m->tovix_ram[kRamMask] = static_cast<uint8_t>(0x1F | method << 5);
+        for (uint32_t i = 0; i < 0x2000; ++i) c.m->tovix_ram[i] = static_cast<uint8_t>(i * 37);
+        EXPECT_EQ(c.result(c_system, {src, dst, 15}), src);
     }
     // The touch record at the end of the block: pen up, all coordinates 0.
-    c.m.tovix_ram[kRamMask - 4] = 1;
-    std::memset(c.m.tovix_ram, 0x33, 6);
-    c.call(c_system, {0xFFFFFFFB, 9, 32});
-    EXPECT_EQ(c.vm.cell(), 0xFFFFFFFFu);
-    EXPECT_EQ(c.m.tovix_ram[kRamMask - 4], 1);
-    EXPECT_EQ(c.m.tovix_ram[kRamMask], 0);
-    EXPECT_EQ(c.m.tovix_ram[4], 0);
-    EXPECT_EQ(c.m.tovix_ram[5], 0x33);
+    c.m->tovix_ram[kRamMask - 4] = 1;
+    std::memset(c.m->tovix_ram, 0x33, 6);
+    EXPECT_EQ(c.result(c_system, {0xFFFFFFFB, 9, 32}), 0xFFFFFFFFu);
+    EXPECT_EQ(c.m->tovix_ram[kRamMask - 4], 1);
+    EXPECT_EQ(c.m->tovix_ram[kRamMask], 0);
+    EXPECT_EQ(c.m->tovix_ram[4], 0);
+    EXPECT_EQ(c.m->tovix_ram[5], 0x33);
     // The command line copied across the end of the block.
     c.str(kCmdLine, "game.tvx save.dat");
     c.call(c_getcmdline, {0xFFFFFFF8});
     EXPECT_EQ(c.read(0xFFFFF8), "game.tvx save.dat");
     // The time record across the end of the block.
     c.call(c_gettime, {0xFFFFFFFC});
-    EXPECT_EQ(lRamRead2(c.m, 0xFFFFFC), c.m.s_year);
-    EXPECT_EQ(c.m.tovix_ram[3], c.m.s_week);
+    EXPECT_EQ(lRamRead2(*c.m, 0xFFFFFC), c.m->s_year);
+    EXPECT_EQ(c.m->tovix_ram[3], c.m->s_week);
     // Pinyin lookup with wild syllable and buffer pointers.
-    for (uint32_t p : {0u, 0xFFFFFFFFu, 0x80000000u, 0x12345678u}) c.call(c_system, {p, p, p, 20});
+    for (uint32_t p : {0u, 0xFFFFFFFFu, 0x80000000u, 0x12345678u}) c.result(c_system, {p, p, p, 20});
 }

@@ -73,3 +73,33 @@ struct Vm {
     }
     int depth() const { return m->eval_top / 4; }
 };
+
+// A reset machine with an empty program whose handlers are called directly.
+struct CallVm : Vm {
+    explicit CallVm(uint8_t flags = 0, uint8_t width = 0, uint8_t height = 0) : Vm(Code{}, flags, width, height) {}
+    Machine& mach() { return *m; }
+    // Pushes the arguments left to right and runs fn, which must pop them
+    // all and push `results` cells.
+    void call(void (*fn)(Machine&), std::initializer_list<int64_t> args, int results = 0) {
+        for (int64_t a : args) push_cell(*m, static_cast<uint32_t>(a));
+        const int before = depth();
+        fn(*m);
+        EXPECT_EQ(depth(), before - static_cast<int>(args.size()) + results) << "stack effect";
+    }
+    // The same for a call with one result, which is popped and returned.
+    uint32_t result(void (*fn)(Machine&), std::initializer_list<int64_t> args) {
+        call(fn, args, 1);
+        get_val(*m);
+        return m->a1;
+    }
+    // Writes s and a terminating zero at guest address a.
+    void str(uint32_t a, std::string_view s) {
+        for (size_t i = 0; i <= s.size(); ++i) lRamWrite(*m, a + static_cast<uint32_t>(i), i < s.size() ? static_cast<uint8_t>(s[i]) : 0);
+    }
+    // The string at guest address a, or its first n bytes whatever they hold.
+    std::string read(uint32_t a, size_t n = 0) {
+        std::string s;
+        for (uint32_t i = 0; n ? i < n : i < kRamSize && lRamRead(*m, a + i) != 0; ++i) s += static_cast<char>(lRamRead(*m, a + i));
+        return s;
+    }
+};
