@@ -6,6 +6,8 @@
 #include <thread>
 
 #include "frontend/frontend.h"
+#include "fs/config.h"
+#include "fs/files.h"
 #include "vm/interp.h"
 
 int runVm(void* data) {
@@ -25,6 +27,9 @@ void shutdown_and_exit(Frontend& fe, int status) {
     for (int i = 0; i < 500 && !fe.vm_done.load(std::memory_order_acquire); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     // Whatever the guest wrote reaches the disk, also into files it left open.
+    // Closing them is safe only once the VM thread has stopped; otherwise
+    // every stream is flushed where it stands.
+    if (fe.vm_done.load(std::memory_order_acquire)) close_all_files(m);
     std::fflush(nullptr);
     // The VM thread is not joined and may still run: end without destroying
     // anything it could touch. SDL_Quit runs as a quick-exit handler.
@@ -53,8 +58,7 @@ int main(int argc, char** argv) {
     m->s_min = 0;
     m->s_sec = 0;
     // Guest memory and the off-screen buffer belong to the machine.
-    // The system configuration file is read here once the configuration
-    // reader provides it: "TovixOS/System/Config.ini" below the root.
+    ReadConfig(*m, "TovixOS/System/Config.ini");
 
     // From here on both live until the process ends: the VM thread is
     // never joined.

@@ -107,4 +107,35 @@ TEST(Tvm2Program, DirectoryProgramKeepsRunningUntilClosed) {
     EXPECT_NE(r.out.find("waiting\n"), std::string::npos) << r.out;
 }
 
+// Closing the window while the guest has a file open and unflushed: what it
+// wrote is on disk afterwards.
+TEST(Tvm2Program, ClosingTheWindowKeepsWhatTheGuestWrote) {
+    TempDir d;
+    fs::create_directories(d.path / "TovixOS");
+    assemble_to(d.path / "games" / "write.tvx",
+                ".tvx bits=24 mode=8\n"
+                ".equ H, 0x2000\n"
+                "        push_int H\n"
+                "        push_string \"kept.txt\"\n"
+                "        push_string \"w\"\n"
+                "        c_fopen\n"
+                "        c_letx 4\n"
+                "        pop_val\n"
+                "        push_string \"written, never closed\"\n"
+                "        push_char 1\n"
+                "        push_char 21\n"
+                "        push_vlong H\n"
+                "        c_fwrite\n"
+                "        pop_val\n"
+                "        push_string \"open\\n\"\n"
+                "        push_char 1\n"
+                "        c_printf\n"
+                "        c_getchar\n"
+                "        good_exit\n");
+    const RunResult r = run_in(d.str(), "timeout --preserve-status -s TERM 2 '" + kBin + "' games/write.tvx");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("open\n"), std::string::npos) << r.out;
+    EXPECT_EQ(read_file(d.path / "games" / "kept.txt"), "written, never closed");
+}
+
 }  // namespace

@@ -135,6 +135,32 @@ TEST_F(Presenting, SmallScreenGetsTheWindowSizedSurfaceUntilFullScreenToggles) {
     EXPECT_EQ(m.can_refresh.load(), 1);
 }
 
+// A portrait display: the landscape frame turned by 270 degrees fills it,
+// the guest's top-left corner at the bottom left, its bottom-right corner
+// at the top right.
+TEST_F(Presenting, PortraitDisplaysGetTheFrameTurned) {
+    SDL_DestroyRenderer(fe.sdlRenderer);
+    SDL_DestroyWindow(fe.sdlWindow);
+    fe.sdlWindow = SDL_CreateWindow("portrait", 0, 0, 480, 640, 0);
+    fe.sdlRenderer = SDL_CreateRenderer(fe.sdlWindow, -1, SDL_RENDERER_SOFTWARE);
+    ASSERT_NE(fe.sdlRenderer, nullptr);
+    fe.windowWidth = 640;
+    fe.windowHeight = 480;
+    fe.need_rotate_270 = 1;
+    fill_screen(320, 240, 255);
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 16; ++x) {
+            m.ScreenBuffer[y * kPlaneStride + x] = 0;                        // black top-left
+            m.ScreenBuffer[(224 + y) * kPlaneStride + 304 + x] = 20;         // red bottom-right
+        }
+    force_present(fe);
+    EXPECT_EQ(at(10, 630), 0u);
+    EXPECT_EQ(at(470, 10), 0xF80000u);
+    EXPECT_EQ(at(10, 10), kWhite);
+    EXPECT_EQ(at(470, 630), kWhite);
+    EXPECT_EQ(at(240, 320), kWhite);
+}
+
 TEST_F(Presenting, OverlaysAreDrawnIntoThePresentedFrame) {
     fill_screen(320, 240, 0);
     auto pixel = [&](int x, int y) {

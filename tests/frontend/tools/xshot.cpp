@@ -1,10 +1,11 @@
 // xshot: captures a window from the X server as it is shown, writes it as a
 // PNG and checks the colours of chosen pixels.
 //
-//   xshot [--title TITLE] [--timeout SECONDS] OUT.png [X,Y=RRGGBB ...]
+//   xshot [--title TITLE] [--timeout SECONDS] [--moving 1] OUT.png [X,Y=RRGGBB ...]
 //
 // Waits for a window called TITLE (default "Tovix SDL") whose picture holds
-// something other than black and has stopped changing, then captures it.
+// something other than black and has stopped changing (with --moving 1, an
+// animated one: the first picture drawn), then captures it.
 // Colours are compared in their top 5, 6 and 5 bits, as a 16-bit frame
 // carries them. Exit status: 0 all checks hold, 1 a check failed, 2 no
 // display, no such window or nothing drawn in time.
@@ -102,15 +103,18 @@ bool drawn(const Picture& p) {
 int main(int argc, char** argv) {
     std::string title = "Tovix SDL";
     int timeout = 20;
+    bool moving = false;
     int i = 1;
     for (; i + 1 < argc && argv[i][0] == '-'; i += 2) {
         if (!std::strcmp(argv[i], "--title"))
             title = argv[i + 1];
         else if (!std::strcmp(argv[i], "--timeout"))
             timeout = std::atoi(argv[i + 1]);
+        else if (!std::strcmp(argv[i], "--moving"))
+            moving = std::atoi(argv[i + 1]) != 0;
     }
     if (i >= argc) {
-        std::fprintf(stderr, "usage: xshot [--title T] [--timeout S] OUT.png [X,Y=RRGGBB ...]\n");
+        std::fprintf(stderr, "usage: xshot [--title T] [--timeout S] [--moving 1] OUT.png [X,Y=RRGGBB ...]\n");
         return 2;
     }
     const char* out = argv[i++];
@@ -125,7 +129,7 @@ int main(int argc, char** argv) {
         usleep(200000);
         const Window w = find_window(d, DefaultRootWindow(d), title);
         if (!w || !capture(d, w, &now) || !drawn(now)) continue;
-        ok = now == last;  // the same picture twice in a row: it is settled
+        ok = moving || now == last;  // the same picture twice in a row: it is settled
         last = now;
     }
     if (!ok) {
