@@ -159,9 +159,9 @@ TEST(GetBlock, NegativeYSkipsDestinationRows) {
     EXPECT_EQ(c.peek(kBmp + 4), 6);
 
     // Wholly above the screen: nothing is read and x is not taken off the stack.
-    const int depth = c.depth();
-    c.call(c_getblock, {0, 65534, 2, 2, 0x40, kBmp + 0x100});
-    EXPECT_EQ(c.depth(), depth + 1);
+    for (uint32_t a : {0u, 65534u, 2u, 2u, 0x40u, kBmp + 0x100}) push_cell(*c.m, a);
+    c_getblock(*c.m);
+    EXPECT_EQ(c.depth(), 1);
     EXPECT_EQ(c.peek(kBmp + 0x100), 0);
 }
 

@@ -6,49 +6,18 @@
 #include <utility>
 
 #include "display/draw.h"
-#include "lib/syscalls.h"
-#include "vm_harness.h"
+#include "display_harness.h"
 
 namespace {
 
-constexpr uint8_t kMono = 0x00, kGrey = 0x40, kColour = 0x60;  // header mode flags
+constexpr int kMono = 1, kGrey = 4, kColour = 8;  // graphics modes
 constexpr int kVisible = 0, kBuffer = 1;
 
 using Call = void (*)(Machine&);
-using Pts = std::set<std::pair<int, int>>;
+using Scr = ScreenVm;
 
-// A machine after reset in the given mode, 160 x 80 unless sized in units
-// of 16, with both planes cleared to 0.
-struct Scr : Vm {
-    explicit Scr(uint8_t mode = kMono, uint8_t w16 = 0, uint8_t h16 = 0) : Vm(Code{}, mode, w16, h16) {
-        clear(0);
-        m->need_refresh = 0;
-    }
-    Machine& operator*() { return *m; }
-    void clear(uint8_t v) { std::memset(m->ScreenBuffer, v, sizeof m->ScreenBuffer); }
-    uint8_t& px(int plane, int x, int y) { return m->ScreenBuffer[plane * kPlaneSize + y * 320 + x]; }
-    void call(Call fn, std::initializer_list<int64_t> args) {
-        for (int64_t a : args) push_cell(*m, static_cast<uint32_t>(a));
-        fn(*m);
-    }
-    uint32_t result(Call fn, std::initializer_list<int64_t> args) {
-        const int before = depth();
-        call(fn, args);
-        EXPECT_EQ(depth(), before + 1);  // arguments popped, one result
-        get_val(*m);
-        return m->a1;
-    }
-    // Pixels of a whole plane whose value is not v.
-    Pts differ(int plane, uint8_t v) {
-        Pts p;
-        for (int y = 0; y < 240; ++y)
-            for (int x = 0; x < 320; ++x)
-                if (px(plane, x, y) != v) p.insert({x, y});
-        return p;
-    }
-    bool refreshed() { return m->need_refresh.exchange(0) != 0; }
-    std::array<int, 3> rgb(int i) { return {m->palette[3 * i + 2], m->palette[3 * i + 1], m->palette[3 * i]}; }
-};
+// Palette entry i as red, green, blue.
+std::array<int, 3> rgb(const Machine& m, int i) { return {m.palette[3 * i + 2], m.palette[3 * i + 1], m.palette[3 * i]}; }
 
 Pts span(int x0, int x1, int y0, int y1) {
     Pts p;
@@ -70,7 +39,7 @@ TEST(ScreenModes, SetGraphModeAnswersPresentsFirstAndClearsTheVisibleScreen) {
         void HardwareRefresh(Machine& m) override { modes.push_back(m.graph_mode); }
     } host;
     Scr s(kGrey);
-    Machine& m = *s;
+    Machine& m = *s.m;
     m.host = &host;
     s.call(c_setfgcolor, {7});
     s.clear(9);
@@ -103,49 +72,49 @@ TEST(Palette, ModeChangesSetTheirEntriesAndLeaveTheRest) {
     s.m->palette_change = 0;
     s.result(c_setgraphmode, {8});
     EXPECT_EQ(s.m->palette_change, 1);
-    EXPECT_EQ(s.rgb(0), (C{0, 0, 0}));
-    EXPECT_EQ(s.rgb(1), (C{0, 0, 0}));     // mono ink survives
-    EXPECT_EQ(s.rgb(2), (C{86, 96, 86}));  // and the grid colour
-    EXPECT_EQ(s.rgb(23), (C{128, 0, 64}));  // 16 + 7: red lv5[2], green lv9[0], blue lv5[1]
-    EXPECT_EQ(s.rgb(16 + 143), (C{192, 160, 192}));
-    EXPECT_EQ(s.rgb(240), (C{255, 255, 255}));
-    EXPECT_EQ(s.rgb(255), (C{255, 255, 255}));
+    EXPECT_EQ(rgb(*s.m, 0), (C{0, 0, 0}));
+    EXPECT_EQ(rgb(*s.m, 1), (C{0, 0, 0}));     // mono ink survives
+    EXPECT_EQ(rgb(*s.m, 2), (C{86, 96, 86}));  // and the grid colour
+    EXPECT_EQ(rgb(*s.m, 23), (C{128, 0, 64}));  // 16 + 7: red lv5[2], green lv9[0], blue lv5[1]
+    EXPECT_EQ(rgb(*s.m, 16 + 143), (C{192, 160, 192}));
+    EXPECT_EQ(rgb(*s.m, 240), (C{255, 255, 255}));
+    EXPECT_EQ(rgb(*s.m, 255), (C{255, 255, 255}));
 
     s.result(c_setgraphmode, {4});
-    EXPECT_EQ(s.rgb(0), (C{255, 255, 255}));
-    EXPECT_EQ(s.rgb(3), (C{204, 204, 204}));
-    EXPECT_EQ(s.rgb(23), (C{128, 0, 64}));  // the colour cube entry survives
-    EXPECT_EQ(s.rgb(255), (C{0, 0, 0}));
+    EXPECT_EQ(rgb(*s.m, 0), (C{255, 255, 255}));
+    EXPECT_EQ(rgb(*s.m, 3), (C{204, 204, 204}));
+    EXPECT_EQ(rgb(*s.m, 23), (C{128, 0, 64}));  // the colour cube entry survives
+    EXPECT_EQ(rgb(*s.m, 255), (C{0, 0, 0}));
     s.result(c_setgraphmode, {8});
     s.result(c_setgraphmode, {1});
-    EXPECT_EQ(s.rgb(3), (C{204, 204, 204}));  // the grey survives both changes
-    EXPECT_EQ(s.rgb(0), (C{173, 193, 173}));
+    EXPECT_EQ(rgb(*s.m, 3), (C{204, 204, 204}));  // the grey survives both changes
+    EXPECT_EQ(rgb(*s.m, 0), (C{173, 193, 173}));
     s.m->GRAY = 1;
-    SetPalette(*s);
-    EXPECT_EQ(s.rgb(0), (C{255, 255, 255}));
-    EXPECT_EQ(s.rgb(2), (C{86, 96, 86}));  // always half the green-grey paper
+    SetPalette(*s.m);
+    EXPECT_EQ(rgb(*s.m, 0), (C{255, 255, 255}));
+    EXPECT_EQ(rgb(*s.m, 2), (C{86, 96, 86}));  // always half the green-grey paper
 }
 
 TEST(Palette, SetPaletteTakesRedFirstRecordsAndCutsAt255) {
     Scr s(kColour);
-    Machine& m = *s;
+    Machine& m = *s.m;
     for (uint32_t k = 0; k < 20; ++k) lRamWrite4(m, 0x3000 + 4 * k, k | (100 + k) << 8 | (200 + k) << 16 | 0x99u << 24);
-    const auto before = s.rgb(249);
+    const auto before = rgb(*s.m, 249);
     EXPECT_EQ(s.result(c_setpalette, {250, 20, 0x13000}), 6u);  // address reduced to 16 bits
-    EXPECT_EQ(s.rgb(249), before);
-    EXPECT_EQ(s.rgb(250), (std::array<int, 3>{0, 100, 200}));
+    EXPECT_EQ(rgb(*s.m, 249), before);
+    EXPECT_EQ(rgb(*s.m, 250), (std::array<int, 3>{0, 100, 200}));
     EXPECT_EQ(m.palette[3 * 255], 205);  // stored blue first
     EXPECT_EQ(m.palette[3 * 255 + 2], 5);
-    const auto keep = s.rgb(15);
+    const auto keep = rgb(*s.m, 15);
     EXPECT_EQ(s.result(c_setpalette, {0x10A, 0x8005, 0x3000}), 5u);  // from 10, count 5
-    EXPECT_EQ(s.rgb(14), (std::array<int, 3>{4, 104, 204}));
-    EXPECT_EQ(s.rgb(15), keep);
+    EXPECT_EQ(rgb(*s.m, 14), (std::array<int, 3>{4, 104, 204}));
+    EXPECT_EQ(rgb(*s.m, 15), keep);
     EXPECT_EQ(s.result(c_setpalette, {255, 0x7FFF, 0xFFFF}), 1u);  // record wraps round the block
 }
 
 TEST(Screen, FadeRaisesTheBufferToAFloorOnTheVisiblePlane) {
     Scr s(kGrey);
-    Machine& m = *s;
+    Machine& m = *s.m;
     for (int i = 0; i < kPlaneSize; ++i) {
         m.ScreenBuffer[i] = 0x77;
         m.ScreenBuffer[kPlaneSize + i] = static_cast<uint8_t>(i % 16);
@@ -166,12 +135,11 @@ TEST(Screen, FadeRaisesTheBufferToAFloorOnTheVisiblePlane) {
     s.call(c_fade, {0});  // mono: nothing
     EXPECT_TRUE(s.differ(kVisible, 3).empty());
     EXPECT_FALSE(s.refreshed());
-    EXPECT_EQ(s.depth(), 0);
 }
 
 TEST(Screen, ClearScreenFillsTheBufferAndScrollShowsIt) {
     Scr s(kColour);
-    Machine& m = *s;
+    Machine& m = *s.m;
     s.clear(9);
     s.call(c_setbgcolor, {0x105});
     s.call(c_clearscreen, {});
@@ -230,8 +198,9 @@ TEST(Draw, PlaneBitHasOppositeSensesAcrossCalls) {
         for (const int64_t type : {0x01, 0x41}) {
             SCOPED_TRACE(testing::Message() << "case " << (&c - cases) << " type " << type);
             Scr s(kMono);
-            for (int64_t a : c.args) push_cell(*s, static_cast<uint32_t>(a));
-            s.call(c.fn, {type});
+            for (int64_t a : c.args) push_cell(*s.m, static_cast<uint32_t>(a));
+            push_cell(*s.m, static_cast<uint32_t>(type));
+            c.fn(*s.m);
             EXPECT_EQ(s.depth(), 0);
             const bool visible = c.visible_when == 2 || (c.visible_when == 1) == ((type & 0x40) != 0);
             EXPECT_EQ(s.differ(kVisible, 0).empty(), !visible);
@@ -348,9 +317,10 @@ TEST(Draw, SmallCirclesAndEllipsesPixelByPixel) {
     };
     for (const Case& c : cases) {
         Scr s(kMono);
-        push_cell(*s, 20);
-        push_cell(*s, 20);
-        s.call(c.fn, c.args);
+        push_cell(*s.m, 20);
+        push_cell(*s.m, 20);
+        for (int64_t a : c.args) push_cell(*s.m, static_cast<uint32_t>(a));
+        c.fn(*s.m);
         EXPECT_EQ(s.depth(), 0);
         EXPECT_EQ(s.differ(kVisible, 0), c.want) << "case " << (&c - cases);
     }
@@ -408,7 +378,7 @@ TEST(Draw, ShapesAroundOffScreenCentresClipLikeShiftedOnes) {
 
 TEST(Draw, WildArgumentsStayInsideTheScreenAndKeepTheStack) {
     Scr s(kColour);
-    Machine& m = *s;
+    Machine& m = *s.m;
     // Everything outside the 160 x 80 screen of the visible plane, and the
     // whole buffer plane, must keep this pattern.
     for (size_t i = 0; i < sizeof m.ScreenBuffer; ++i) m.ScreenBuffer[i] = static_cast<uint8_t>(i * 7 + 1);
