@@ -123,6 +123,10 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "xshot: no X display\n");
         return 2;
     }
+    // Windows come and go while the tree is walked (SDL makes short-lived
+    // ones at start-up); a request on a vanished window fails and is retried
+    // on the next pass instead of ending the program.
+    XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
     Picture last, now;
     bool ok = false;
     for (int tries = 0; tries < timeout * 5 && !ok; ++tries) {
