@@ -33,12 +33,6 @@ std::unique_ptr<Machine> mono(int w, int h) {
     return m;
 }
 
-// k eighths of a and the rest of b, per 5-6-5 field.
-uint16_t blend(uint16_t a, uint16_t b, int k) {
-    auto mix = [&](int shift, int mask) { return ((k * ((a >> shift) & mask) + (8 - k) * ((b >> shift) & mask)) >> 3) << shift; };
-    return uint16_t(mix(11, 31) | mix(5, 63) | mix(0, 31));
-}
-
 // The patterned w x h picture enlarged f times at (ox, oy), source columns
 // from sx on, and nothing written anywhere else.
 void expect_picture(const TestSurface& t, int ox, int oy, int f, int w, int h, int sx = 0, int sy = 0) {
@@ -125,7 +119,7 @@ TEST(Present, GridShareStopsAtSixEighthsAndTheFixedFourTimesScalerDrawsLines) {
     const uint16_t paper = m->pal[0], ink = m->pal[1];
     uint16_t grid[2];
     calc_grid(*m, grid, 9);
-    EXPECT_EQ(grid[1], blend(paper, ink, 6));
+    EXPECT_EQ(grid[1], 0x7C8F);  // 6/8 of the paper (21, 48, 21), rounded down, and black
 
     // Called directly, the fixed scaler draws entry 2 (made blue here) on
     // the last column and row of every block.

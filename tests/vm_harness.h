@@ -40,7 +40,6 @@ struct Code {
     Code& u24(uint32_t v) { return u16(v).u8(v >> 16); }
     Code& u32(uint32_t v) { return u16(v).u16(v >> 16); }
     Code& raw(std::initializer_list<uint8_t> bytes) { b.insert(b.end(), bytes); return *this; }
-    uint32_t here() const { return static_cast<uint32_t>(16 + b.size()); }  // code offset of the next byte
 };
 
 inline std::vector<uint8_t> tvx_header(uint8_t flags = 0, uint8_t width = 0, uint8_t height = 0) {
@@ -77,7 +76,6 @@ struct Vm {
 // A reset machine with an empty program whose handlers are called directly.
 struct CallVm : Vm {
     explicit CallVm(uint8_t flags = 0, uint8_t width = 0, uint8_t height = 0) : Vm(Code{}, flags, width, height) {}
-    Machine& mach() { return *m; }
     // Pushes the arguments left to right and runs fn, which must pop them
     // all and push `results` cells.
     void call(void (*fn)(Machine&), std::initializer_list<int64_t> args, int results = 0) {
