@@ -21,14 +21,6 @@ void undefined_op(Machine& m) {
 
 }  // namespace
 
-void missing_call(Machine& m) {
-    const uint32_t at = m.lPC - 1;
-    const uint8_t op = m.code[at];
-    mylog(m, "System call 0x%02X (%s) at offset 0x%06X is not available, program ended\n", op,
-          op_info[op].name ? op_info[op].name : "?", at);
-    bad_exit(m);
-}
-
 void off_image(Machine& m, uint32_t offset) {
     mylog(m, "Program counter left the program image at offset 0x%06X, program ended\n", offset);
     // Park the counter on the padding so nothing runs until the exit resets it.

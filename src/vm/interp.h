@@ -51,5 +51,3 @@ void div0_err(Machine& m);
 // Ends the program after the program counter left the image at `offset`.
 void off_image(Machine& m, uint32_t offset);
 void wait_no_key(Machine& m);
-// Ends the program at a system call this build does not provide.
-void missing_call(Machine& m);
