@@ -225,11 +225,6 @@ void Ellipsex(Machine& m, int32_t cx, int32_t cy, int32_t rx, int32_t ry, int fi
 
 namespace {
 
-uint32_t pop(Machine& m) {
-    get_val(m);
-    return m.a1;
-}
-
 // Points, lines, circles and ellipses draw on the visible plane when the
 // type's bit 0x40 is clear (blocks and rectangles take the opposite sense).
 void take_type_clear_is_visible(Machine& m, uint32_t type) {
@@ -275,17 +270,17 @@ void slanted_line(Machine& m) {
 }  // namespace
 
 void c_point(Machine& m) {
-    const uint32_t type = pop(m);
-    m.yy = static_cast<uint16_t>(pop(m));
-    m.xx = static_cast<uint16_t>(pop(m));
+    const uint32_t type = pop_cell(m);
+    m.yy = static_cast<uint16_t>(pop_cell(m));
+    m.xx = static_cast<uint16_t>(pop_cell(m));
     take_type_clear_is_visible(m, type);
     put_dot(m);
     refresh_if_visible(m);
 }
 
 void c_getpoint(Machine& m) {
-    m.yy = static_cast<uint16_t>(pop(m));
-    m.xx = static_cast<uint16_t>(pop(m));
+    m.yy = static_cast<uint16_t>(pop_cell(m));
+    m.xx = static_cast<uint16_t>(pop_cell(m));
     m.no_buf = 0x40;
     push_cell(m, get_dot(m));
 }
@@ -316,12 +311,12 @@ void c_rectangle(Machine& m) {
 }
 
 void c_box(Machine& m) {
-    const uint32_t type = pop(m);
-    const uint32_t fill = pop(m) & 0xFF;
-    m.Y1 = static_cast<uint16_t>(pop(m));
-    m.x1 = static_cast<uint16_t>(pop(m));
-    m.Y0 = static_cast<uint16_t>(pop(m));
-    m.x0 = static_cast<uint16_t>(pop(m));
+    const uint32_t type = pop_cell(m);
+    const uint32_t fill = pop_cell(m) & 0xFF;
+    m.Y1 = static_cast<uint16_t>(pop_cell(m));
+    m.x1 = static_cast<uint16_t>(pop_cell(m));
+    m.Y0 = static_cast<uint16_t>(pop_cell(m));
+    m.x0 = static_cast<uint16_t>(pop_cell(m));
     m.lcmd = static_cast<uint8_t>(type & 3);
     m.no_buf = 0x40;
     if (fill)
@@ -331,33 +326,31 @@ void c_box(Machine& m) {
     ToviNeedRefresh(m);
 }
 
-void c_circle(Machine& m) {
-    const uint32_t type = pop(m);
-    const uint16_t fill = static_cast<uint16_t>(pop(m));
-    const uint16_t r = static_cast<uint16_t>(pop(m));
-    const int16_t cy = static_cast<int16_t>(pop(m));
-    const int16_t cx = static_cast<int16_t>(pop(m));
-    take_type_clear_is_visible(m, type);
-    Ellipsex(m, cx, cy, r, r, fill);
-    refresh_if_visible(m);
-}
+namespace {
 
-void c_ellipse(Machine& m) {
-    const uint32_t type = pop(m);
-    const uint16_t fill = static_cast<uint16_t>(pop(m));
-    const uint16_t ry = static_cast<uint16_t>(pop(m));
-    const uint16_t rx = static_cast<uint16_t>(pop(m));
-    const int16_t cy = static_cast<int16_t>(pop(m));
-    const int16_t cx = static_cast<int16_t>(pop(m));
+// Circles and ellipses share their arguments but the second radius: x, y,
+// rx, [ry,] fill, type.
+void round_shape(Machine& m, bool one_radius) {
+    const uint32_t type = pop_cell(m);
+    const uint16_t fill = static_cast<uint16_t>(pop_cell(m));
+    const uint16_t ry = static_cast<uint16_t>(pop_cell(m));
+    const uint16_t rx = one_radius ? ry : static_cast<uint16_t>(pop_cell(m));
+    const int16_t cy = static_cast<int16_t>(pop_cell(m));
+    const int16_t cx = static_cast<int16_t>(pop_cell(m));
     take_type_clear_is_visible(m, type);
     Ellipsex(m, cx, cy, rx, ry, fill);
     refresh_if_visible(m);
 }
 
+}  // namespace
+
+void c_circle(Machine& m) { round_shape(m, true); }
+void c_ellipse(Machine& m) { round_shape(m, false); }
+
 // Flood fill is not offered; the call only takes its three arguments so
 // that programs using it run on.
 void c_fill(Machine& m) {
-    pop(m);
-    pop(m);
-    pop(m);
+    pop_cell(m);
+    pop_cell(m);
+    pop_cell(m);
 }

@@ -15,6 +15,8 @@ struct Presentation {
     std::atomic<uint8_t> need_refresh{0};
     std::atomic<uint8_t> can_refresh{1};
     int32_t refresh_mode = 0;
+    // Dirty marks since the front-end's frame counter last read them.
+    std::atomic<uint32_t> fps_need_frames_curr{0};
 
     // Frame conversion settings.
     uint8_t use_grid = 1;  // grid look for enlarged monochrome screens

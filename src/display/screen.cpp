@@ -96,11 +96,6 @@ void Adjust_Window(Screen& s, int width, int height, bool force) {
 
 namespace {
 
-uint32_t pop(Machine& m) {
-    get_val(m);
-    return m.a1;
-}
-
 // Sets the first ScreenWidth bytes of each screen row of a plane to v.
 void fill_screen(Machine& m, uint8_t* plane, uint8_t v) {
     for (int y = 0; y < screen_h(m); ++y) std::memset(plane + y * kPlaneStride, v, static_cast<size_t>(screen_w(m)));
@@ -112,7 +107,7 @@ uint16_t colour_mask(const Screen& s) { return s.graph_mode == 8 ? 255 : 15; }
 
 void c_setgraphmode(Machine& m) {
     const uint16_t old = m.graph_mode;
-    const uint8_t mode = static_cast<uint8_t>(pop(m));
+    const uint8_t mode = static_cast<uint8_t>(pop_cell(m));
     if (mode != 1 && mode != 4 && mode != 8) {
         push_cell(m, mode == 0 ? old : 0);
         return;
@@ -134,14 +129,14 @@ void c_setgraphmode(Machine& m) {
     push_cell(m, old);
 }
 
-void c_setbgcolor(Machine& m) { m.bgcolor = static_cast<uint16_t>(pop(m) & colour_mask(m)); }
+void c_setbgcolor(Machine& m) { m.bgcolor = static_cast<uint16_t>(pop_cell(m) & colour_mask(m)); }
 
-void c_setfgcolor(Machine& m) { m.fgcolor = static_cast<uint16_t>(pop(m) & colour_mask(m)); }
+void c_setfgcolor(Machine& m) { m.fgcolor = static_cast<uint16_t>(pop_cell(m) & colour_mask(m)); }
 
 void c_setpalette(Machine& m) {
-    const uint32_t addr = pop(m) & m.addr_mask;
-    int32_t count = static_cast<int32_t>(pop(m) & 0x7FFF);
-    const uint8_t from = static_cast<uint8_t>(pop(m));
+    const uint32_t addr = pop_cell(m) & m.addr_mask;
+    int32_t count = static_cast<int32_t>(pop_cell(m) & 0x7FFF);
+    const uint8_t from = static_cast<uint8_t>(pop_cell(m));
     if (from + count > 256) count = 256 - from;
     tvx_setpalette(m, from, count, addr);
     push_cell(m, static_cast<uint32_t>(count));
@@ -151,7 +146,7 @@ void c_setpalette(Machine& m) {
 // it: level 15 shows it unchanged, level 0 all black (in palette indices in
 // mode 8, whatever colours they stand for).
 void c_fade(Machine& m) {
-    const uint32_t level = pop(m);
+    const uint32_t level = pop_cell(m);
     if (m.graph_mode == 1) return;
     const uint8_t floor = static_cast<uint8_t>(~level & 15);
     const uint8_t* src = m.ScreenBuffer + kPlaneSize;

@@ -151,6 +151,11 @@ TVM_INLINE void get_vals(Cpu& c) {
     get_val2(c);
     get_val(c);
 }
+// Pops one cell and returns it (also left in a1).
+TVM_INLINE uint32_t pop_cell(Cpu& c) {
+    get_val(c);
+    return c.a1;
+}
 TVM_INLINE void push_cell(Cpu& c, uint32_t v) {
     lRamWrite4(c, c.eval_stack + c.eval_top, v);
     c.eval_top = static_cast<uint8_t>(c.eval_top + 4);

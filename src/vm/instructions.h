@@ -51,10 +51,7 @@ TVM_INLINE uint32_t ref_addr(const Machine& m, uint32_t ref, uint32_t* type) {
 }
 
 TVM_INLINE void push(Machine& m, uint32_t v) { push_cell(m, v); }
-TVM_INLINE uint32_t pop(Machine& m) {
-    get_val(m);
-    return m.a1;
-}
+TVM_INLINE uint32_t pop(Machine& m) { return pop_cell(m); }
 
 // Transfers control to code offset t, ending the program if t is outside
 // the image.

@@ -108,13 +108,12 @@ void c_exit(Machine& m) {
     get_val(m);
     const uint32_t code = m.a1;
     wait_no_key(m);
+    // What the program's files hold so far reaches the disk, whichever level ends.
+    flush_all_files(m);
     if (m.task_lev > 0) {
         exit_nested(m, code);
-        // What the parent's files hold so far reaches the disk as well.
-        flush_all_files(m);
         return;
     }
-    flush_all_files(m);
     m.exit_code = static_cast<int32_t>(code);
     m.exited = true;
     if (m.single_program_mode)

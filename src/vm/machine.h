@@ -15,8 +15,6 @@
 
 struct Machine : Cpu, Screen, Console, Keys, ClockState, Tasks, Presentation, Files {
     Host* host = &default_host();
-    // Dirty marks since the front-end's frame counter last read them.
-    std::atomic<uint32_t> fps_need_frames_curr{0};
 };
 
 // Formats into a 1,024-byte buffer (longer output is cut) and writes it to
