@@ -80,8 +80,7 @@ void c_system(Machine& m) {
             break;
         }
         case 31:
-            refresh_if_due(m);
-            result = m.host->GetTickCount_os();
+            result = GetTickCount_os(m);
             break;
         case 32: {
             get_vals(m);  // a1 record, a3 v
@@ -94,8 +93,7 @@ void c_system(Machine& m) {
             break;
         }
         case 34:
-            refresh_if_due(m);
-            result = static_cast<uint32_t>(m.host->GetNanoSeconds_os());
+            result = static_cast<uint32_t>(GetNanoSeconds_os(m));
             break;
         default:
             break;
