@@ -19,7 +19,13 @@
 #   ; expect-png: FILE.png  the screenshot equals FILE.png (next to the
 #                           source) pixel for pixel
 # A file NAME.out next to the source holds the expected standard output.
-# Then the program is listed with tvxdis and assembled again: the bytes
+# Then the run is repeated on the virtual clock, whole and cut in two with
+# --state-out and --state-in: after every instruction when it runs at most
+# 64 (3,000 with SPLIT_ALL=1 in the environment), else after 1, a quarter, a
+# half, three quarters and all but one of them. Standard output, exit
+# status, screen and the files in the root must be those of the whole run.
+# Programs that run more than a million instructions are not cut.
+# Last the program is listed with tvxdis and assembled again: the bytes
 # must be the same.
 set -u
 tvxrun=$1 tvxasm=$2 tvxdis=$3 src=$4 tvx=$5 work=$6
@@ -34,15 +40,27 @@ expect_planes=$(field expect-planes-sha256)
 expect_png=$(field expect-png)
 fail=0
 
-run_dir=. root_opts=()
-if [ "$(field root)" = fresh ]; then
-  run_dir=$(mktemp -d) root_opts=(--root TovixOS) tvxrun=$(realpath "$tvxrun") tvx=$(realpath "$tvx")
+fresh=$([ "$(field root)" = fresh ] && echo 1)
+root_opts=()
+if [ -n "$fresh" ]; then
+  root_opts=(--root TovixOS) tvxrun=$(realpath "$tvxrun") tvx=$(realpath "$tvx")
+fi
+# Sets run_dir to where a run starts: a new guest root when the source asks
+# for one, else the current directory.
+new_root() {
+  run_dir=.
+  [ -n "$fresh" ] || return 0
+  [ -z "${old_dir:-}" ] || { chmod -R u+rwX "$old_dir" && rm -rf "$old_dir"; }
+  run_dir=$(mktemp -d) old_dir=$run_dir
   mkdir -p "$run_dir/TovixOS"
   if [ -d "${src%.tvs}.root" ]; then cp -R "${src%.tvs}.root/." "$run_dir/TovixOS/"; fi
   for f in $(field root-files); do
     mkdir -p "$(dirname "$run_dir/TovixOS/$f")" && cp "$work/$(basename "$f")" "$run_dir/TovixOS/$f"
   done
-fi
+}
+# What the guest root holds: each file's digest by path.
+root_digest() { [ -z "$fresh" ] || (cd "$run_dir/TovixOS" && find . -type f -exec sha256sum {} + | sort); }
+new_root
 
 pictures=()
 [ -n "$expect_planes" ] && pictures+=(--dump-planes "$work/$name.planes")
@@ -82,8 +100,42 @@ if [ "$run_dir" != . ]; then
   while IFS= read -r path; do
     [ ! -e "$run_dir/TovixOS/$path" ] || { echo "FAIL $name: $path should not exist in the guest root"; fail=1; }
   done < <(sed -n 's/^; expect-no-file: //p' "$src")
-  chmod -R u+rwX "$run_dir" && rm -rf "$run_dir"
 fi
+
+# tvxrun with the program's options on the virtual clock, from run_dir.
+# shellcheck disable=SC2086
+run_virtual() { (cd "$run_dir" && "$tvxrun" "${root_opts[@]}" $options --clock virtual "$@"); }
+new_root
+run_virtual --max-steps "$max_steps" --stats --dump-planes "$work/$name.whole.planes" \
+  --screenshot "$work/$name.whole.png" "$tvx" $args \
+  >"$work/$name.whole.stdout" 2>"$work/$name.whole.stderr"
+whole_status=$?
+whole_root=$(root_digest)
+steps=$(sed -n 's/^tvxrun: \([0-9]*\) instructions.*/\1/p' "$work/$name.whole.stderr")
+[ -n "$steps" ] || { echo "FAIL $name: the run on the virtual clock gave no instruction count"; fail=1; steps=0; }
+every=64; [ "${SPLIT_ALL:-}" = 1 ] && every=3000
+if [ "$steps" -le "$every" ]; then cuts=$(seq 1 $((steps - 1)))
+else cuts="1 $((steps / 4)) $((steps / 2)) $((steps * 3 / 4)) $((steps - 1))"; fi
+[ "${steps:-0}" -le 1000000 ] || cuts=
+for cut in $(printf '%s\n' $cuts | sort -nu); do
+  [ "$cut" -ge 1 ] && [ "$cut" -lt "$steps" ] || continue
+  state="$work/$name.state" part="$work/$name.part"
+  new_root
+  run_virtual --max-steps "$cut" --state-out "$state" --screenshot "$part.png" "$tvx" $args \
+    >"$part.stdout" 2>"$part.stderr"
+  run_virtual --max-steps $((max_steps - cut)) --state-in "$state" --dump-planes "$part.planes" --screenshot "$part.png" \
+    >>"$part.stdout" 2>>"$part.stderr"
+  status=$?
+  if [ "$status" != "$whole_status" ] || ! cmp -s "$part.stdout" "$work/$name.whole.stdout" \
+    || ! cmp -s "$part.planes" "$work/$name.whole.planes" || [ "$(root_digest)" != "$whole_root" ] \
+    || ! "$tvxrun" --compare-png "$part.png" "$work/$name.whole.png" 2>/dev/null; then
+    echo "FAIL $name: cut after $cut of $steps instructions and continued from the state, the run differs"
+    echo "  (exit $status, whole $whole_status)"; diff "$work/$name.whole.stdout" "$part.stdout" | head -10
+    cmp "$part.planes" "$work/$name.whole.planes"; tail -5 "$part.stderr"; fail=1
+    break
+  fi
+done
+[ -z "$fresh" ] || { chmod -R u+rwX "$run_dir" && rm -rf "$run_dir"; }
 
 "$tvxdis" "$tvx" -o "$work/$name.dis.tvs" && "$tvxasm" "$work/$name.dis.tvs" -o "$work/$name.rt.tvx" \
   && cmp "$tvx" "$work/$name.rt.tvx" || { echo "FAIL $name: disassembly does not assemble to the same bytes"; fail=1; }

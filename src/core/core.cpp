@@ -1,50 +1,17 @@
 #include "core/core.h"
+#include "core/core_internal.h"
 
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 
 #include "fs/config.h"
 #include "fs/path.h"
 #include "vm/interp.h"
 #include "vm/loader.h"
 #include "vm/tvx_header.h"
-
-// Button changes waiting for the next run, in the order they came.
-struct CoreInput {
-    struct Change {
-        uint16_t buttons;
-        bool down;
-    };
-    std::deque<Change> queue;
-    uint16_t word = 0;    // what the host last said is pressed
-    uint16_t unseen = 0;  // pressed, but the guest has not run since
-};
-
-// The machine's host inside the core: the sinks, and the real clocks.
-struct CoreHost : Host {
-    Core* core = nullptr;
-    bool set_host_clock = false;
-
-    void log(std::string_view text) override {
-        if (core->sinks.log)
-            core->sinks.log(text);
-        else
-            Host::log(text);
-    }
-    void console_write(std::string_view text) override {
-        if (core->sinks.console)
-            core->sinks.console(text);
-        else
-            Host::console_write(text);
-    }
-    void SetLocalTime_os(const LocalTime& t) override {
-        if (set_host_clock) Host::SetLocalTime_os(t);
-    }
-};
 
 Core::Core() : input(std::make_unique<CoreInput>()), host(std::make_unique<CoreHost>()) { host->core = this; }
 Core::~Core() = default;
@@ -139,7 +106,7 @@ RunResult core_run(Core& core, const RunBudget& budget) {
         r.exit_code = m.exit_code;
         return r;
     }
-    apply_input(m, *core.input);
+    if (!continue_cut_run(core)) apply_input(m, *core.input);
     m.clock.horizon_ns = budget.until_ns;
     m.stop = Stop::None;
     // Under the real clock the time is looked at between short stretches.
@@ -179,6 +146,7 @@ RunResult core_run(Core& core, const RunBudget& budget) {
     }
     m.stop = Stop::None;
     if (r.steps > 0 || m.wait.kind != WaitKind::Time) core.input->unseen = 0;
+    note_run_end(core, budget, r);
     if (m.need_refresh) present_frame(m);
     r.new_frame = m.frame_number != frames_before;
     return r;

@@ -1,9 +1,12 @@
 // The file calls: a table of 16 open host streams shown to the guest as the
 // handles 0x80-0x8F, directory listings, and directory and file management.
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "cjk/gbconv.h"
@@ -13,12 +16,20 @@
 
 Files::~Files() { close_all_files(*this); }
 
+namespace {
+
+void close_slot(Files& f, int i) {
+    if (f.fhandle[i]) std::fclose(f.fhandle[i]);
+    f.fhandle[i] = nullptr;
+    f.last_io[i] = 0;
+    f.fpath[i].clear();
+    f.fmode[i].clear();
+}
+
+}  // namespace
+
 void close_all_files(Files& f) {
-    for (int i = 0; i < kMaxFiles; ++i) {
-        if (f.fhandle[i]) std::fclose(f.fhandle[i]);
-        f.fhandle[i] = nullptr;
-        f.last_io[i] = 0;
-    }
+    for (int i = 0; i < kMaxFiles; ++i) close_slot(f, i);
 }
 
 void flush_all_files(Files& f) {
@@ -27,13 +38,8 @@ void flush_all_files(Files& f) {
 }
 
 void c_closeall(Machine& m) {
-    for (int i = 0; i < kMaxFiles; ++i) {
-        if (m.fhandle[i] && m.ftask[i] == m.task_lev) {
-            std::fclose(m.fhandle[i]);
-            m.fhandle[i] = nullptr;
-            m.last_io[i] = 0;
-        }
-    }
+    for (int i = 0; i < kMaxFiles; ++i)
+        if (m.fhandle[i] && m.ftask[i] == m.task_lev) close_slot(m, i);
 }
 
 namespace {
@@ -156,6 +162,57 @@ bool resolve_name(Machine& m, char* norm) {
 
 }  // namespace
 
+// glibc reads the flags of a mode from its first seven bytes.
+constexpr size_t kModeFlagBytes = 7;
+
+bool valid_open_mode(const std::string& mode) {
+    if (mode.empty() || mode.size() > 32 || std::strchr("rwa", mode[0]) == nullptr) return false;
+    for (const char c : mode)
+        if (c == ',' || static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) >= 0x7F) return false;
+    return true;
+}
+
+FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, bool eof, std::string* error) {
+    std::string host;
+    if (!valid_open_mode(mode) || pos < 0 || !gb_host_path(gb_path, &host)) {
+        *error = "unusable file record";
+        return nullptr;
+    }
+    const std::string flags = mode.substr(0, kModeFlagBytes);
+    const bool update = flags.find('+') != std::string::npos;
+    int how = update ? O_RDWR : mode[0] == 'r' ? O_RDONLY : O_WRONLY;
+    if (mode[0] == 'a') how |= O_APPEND;
+    // Never created or truncated: the file must still be there as it was
+    // left. Non-blocking so that a FIFO in its place cannot stall the open.
+    const int fd = ::open(host.c_str(), how | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        *error = host + ": " + std::strerror(errno);
+        return nullptr;
+    }
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || fcntl(fd, F_SETFL, how & O_APPEND) != 0) {
+        ::close(fd);
+        *error = host + ": not a regular file";
+        return nullptr;
+    }
+    std::string host_mode = mode;
+    std::erase(host_mode, 'x');  // the file exists: an exclusive open would fail
+    FILE* s = ::fdopen(fd, host_mode.c_str());
+    if (!s) {
+        ::close(fd);
+        *error = host + ": " + std::strerror(errno);
+        return nullptr;
+    }
+    if (std::fseek(s, static_cast<long>(pos), SEEK_SET) != 0) {
+        std::fclose(s);
+        *error = host + ": cannot seek to " + std::to_string(pos);
+        return nullptr;
+    }
+    // A read at the end sets the end-of-file mark again without moving.
+    if (eof && std::fgetc(s) != EOF) std::fseek(s, static_cast<long>(pos), SEEK_SET);
+    return s;
+}
+
 void get_name(Machine& m) {
     char norm[kPathMax];
     resolve_name(m, norm);
@@ -173,7 +230,8 @@ void c_fopen(Machine& m) {
     const std::string guest_mode = guest_string(m, pop_addr(m)).substr(0, 32);
     const char* mapped = host_mode(guest_mode);
     const std::string mode = mapped ? mapped : guest_mode;
-    get_name(m);
+    char norm[kPathMax];
+    resolve_name(m, norm);
     int slot = 0;
     while (slot < kMaxFiles && m.fhandle[slot]) ++slot;
     if (slot == kMaxFiles) {
@@ -195,15 +253,14 @@ void c_fopen(Machine& m) {
     m.fhandle[slot] = s;
     m.ftask[slot] = static_cast<uint8_t>(m.task_lev);
     m.last_io[slot] = 0;
+    m.fpath[slot] = norm;
+    m.fmode[slot] = mode;
     push_cell(m, 0x80u + static_cast<uint32_t>(slot));
 }
 
 void c_fclose(Machine& m) {
     const int slot = check_handle(m);
-    if (slot < 0) return;
-    std::fclose(m.fhandle[slot]);
-    m.fhandle[slot] = nullptr;
-    m.last_io[slot] = 0;
+    if (slot >= 0) close_slot(m, slot);
 }
 
 void c_fread(Machine& m) { fread_or_fwrite(m, false); }

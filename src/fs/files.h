@@ -27,6 +27,11 @@ struct Files {
     // Last transfer on each slot (0 none, 1 read, 2 write): a stream must be
     // repositioned between a write and a read.
     uint8_t last_io[kMaxFiles] = {};
+    // What each open slot was opened as, so that a saved machine can open it
+    // again: the normalised guest path (relative to the root of the level
+    // in ftask) and the mode given to the host.
+    std::string fpath[kMaxFiles];
+    std::string fmode[kMaxFiles];
 
     Files() = default;
     Files(const Files&) = delete;
@@ -41,6 +46,14 @@ void close_all_files(Files& f);
 void flush_all_files(Files& f);
 // Closes the slots opened at the current task level (a nested program ends).
 void c_closeall(Machine& m);
+
+// Opens an existing host file (GB2312 path) again as a slot that was opened
+// with `mode` and stood at byte `pos`, at end of file when `eof`. Nothing is
+// created or truncated. Null with a reason in *error when it fails.
+FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, bool eof, std::string* error);
+// Whether a mode string is one the host was given by the open call (a
+// mapped guest mode or a plain host mode: r, w or a, then b, + or x).
+bool valid_open_mode(const std::string& mode);
 
 // Pops a guest path, normalises it and leaves its host path in FileName
 // (empty when the path is rejected).

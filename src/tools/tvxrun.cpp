@@ -1,6 +1,7 @@
 // tvxrun: runs a .tvx program with no window. The program's exit code
 // becomes the process's exit status.
 #include <chrono>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "core/state.h"
 #include "tools/run/screenshot.h"
 #include "tools/run/key_script.h"
 #include "vm/machine.h"
@@ -26,6 +28,7 @@ constexpr int kStatusLoad = 126;
 
 const char* const kUsage =
     "Usage: tvxrun [options] PROGRAM.tvx [ARGUMENT...]\n"
+    "       tvxrun [options] --state-in STATE\n"
     "Runs a Tovix program without a window; the exit status is the program's\n"
     "exit code (low 8 bits).\n"
     "\n"
@@ -53,6 +56,13 @@ const char* const kUsage =
     "                  (centred 1:1 on 320x240, else enlarged as tvm2 does)\n"
     "  --dump-planes F when the run ends, write both raw screen planes\n"
     "                  (153,600 bytes, visible plane first)\n"
+    "  --state-out F   when the run stops (the program ends, the step limit, the\n"
+    "                  key script leaves it waiting), save the whole machine to F\n"
+    "  --state-in F    go on from a saved machine instead of loading a program:\n"
+    "                  the state holds the program, its arguments, its root (moved\n"
+    "                  by --root), its clock and its open files; key script events\n"
+    "                  at or before the saved guest time are skipped, so a run cut\n"
+    "                  with --max-steps and --state-out goes on with the same options\n"
     "  -h, --help      show this help\n"
     "\n"
     "\n"
@@ -61,8 +71,9 @@ const char* const kUsage =
     "\n"
     "Exit status: the program's exit code; 122 a screenshot or dump could not\n"
     "be written; 123 the program waited for a key after the key script had\n"
-    "ended; 124 step limit reached; 125 usage error; 126 the program could not\n"
-    "be loaded.\n";
+    "ended; 124 step limit reached; 125 usage error; 126 the program or the\n"
+    "state could not be loaded (a state file that is cut short, damaged or of\n"
+    "another format version changes nothing).\n";
 
 // One line of the trace: offset, mnemonic and operands as encoded.
 void trace_line(const Machine& m) {
@@ -172,6 +183,8 @@ int main(int argc, char** argv) {
     std::string root;
     std::string program;
     std::string args;
+    std::string state_in, state_out;
+    bool clock_given = false;
     Outputs outputs;
     if (argc == 4 && std::strcmp(argv[1], "--compare-png") == 0) return compare_png(argv[2], argv[3]);
     for (int i = 1; i < argc; ++i) {
@@ -193,6 +206,7 @@ int main(int argc, char** argv) {
                 return kStatusUsage;
             }
             virtual_clock = c == "virtual";
+            clock_given = true;
         } else if (program.empty() && a == "--keys" && i + 1 < argc) {
             key_script += std::string(argv[++i]) + "\n";
         } else if (program.empty() && a == "--keys-file" && i + 1 < argc) {
@@ -219,6 +233,10 @@ int main(int argc, char** argv) {
             }
         } else if (program.empty() && a == "--dump-planes" && i + 1 < argc) {
             outputs.planes = argv[++i];
+        } else if (program.empty() && a == "--state-in" && i + 1 < argc) {
+            state_in = argv[++i];
+        } else if (program.empty() && a == "--state-out" && i + 1 < argc) {
+            state_out = argv[++i];
         } else if (program.empty() && a.size() > 1 && a[0] == '-') {
             std::fprintf(stderr, "tvxrun: unknown option %s\n%s", a.c_str(), kUsage);
             return kStatusUsage;
@@ -229,7 +247,11 @@ int main(int argc, char** argv) {
             args += a;
         }
     }
-    if (program.empty()) {
+    if (!state_in.empty() && !program.empty()) {
+        std::fprintf(stderr, "tvxrun: --state-in takes no program: the state holds it and its arguments\n");
+        return kStatusUsage;
+    }
+    if (program.empty() && state_in.empty()) {
         std::fputs(kUsage, stderr);
         return kStatusUsage;
     }
@@ -253,14 +275,31 @@ int main(int argc, char** argv) {
         std::fflush(log_to);
     };
     if (trace) core.sinks.trace = trace_line;
-    LoadOptions load;
-    load.program = program;
-    load.args = args;
-    load.root = root;
-    load.virtual_clock = virtual_clock;
-    if (const std::string err = core_load(core, load); !err.empty()) {
-        std::fprintf(stderr, "tvxrun: %s\n", err.c_str());
-        return kStatusLoad;
+    if (!state_in.empty()) {
+        std::ifstream in(state_in, std::ios::binary);
+        const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        const std::string err = in ? core_load_state_at(core, bytes, root) : std::strerror(errno);
+        if (!err.empty()) {
+            std::fprintf(stderr, "tvxrun: %s: %s\n", state_in.c_str(), err.c_str());
+            return kStatusLoad;
+        }
+        const bool saved_virtual = core_machine(core).clock.virtual_time;
+        if (clock_given && saved_virtual != virtual_clock) {
+            std::fprintf(stderr, "tvxrun: %s was saved with the %s clock\n", state_in.c_str(), saved_virtual ? "virtual" : "real");
+            return kStatusUsage;
+        }
+        virtual_clock = saved_virtual;
+        script.skip_until(core_time(core));
+    } else {
+        LoadOptions load;
+        load.program = program;
+        load.args = args;
+        load.root = root;
+        load.virtual_clock = virtual_clock;
+        if (const std::string err = core_load(core, load); !err.empty()) {
+            std::fprintf(stderr, "tvxrun: %s\n", err.c_str());
+            return kStatusLoad;
+        }
     }
 
     const auto t0 = std::chrono::steady_clock::now();
@@ -290,6 +329,19 @@ int main(int argc, char** argv) {
             std::this_thread::sleep_for(std::chrono::nanoseconds(until - core_time(core)));
     }
     const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    if (!state_out.empty()) {
+        // Events due by now belong to the saved input; a run from the state
+        // skips them.
+        script.apply_due(core, core_time(core));
+        const std::vector<uint8_t> bytes = core_save_state(core);
+        std::ofstream out(state_out, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        if (!out.flush()) {
+            std::fprintf(stderr, "tvxrun: cannot write %s\n", state_out.c_str());
+            core_close_files(core);
+            return kStatusOutput;
+        }
+    }
     // Files the program left open are written out as the run ends.
     core_close_files(core);
     std::fflush(stdout);

@@ -66,4 +66,8 @@ void KeyScript::apply_due(Core& core, uint64_t now_ns) {
     }
 }
 
+void KeyScript::skip_until(uint64_t now_ns) {
+    while (next < events.size() && events[next].at_ms * 1000000 <= now_ns) ++next;
+}
+
 uint64_t KeyScript::next_ns() const { return ended() ? UINT64_MAX : events[next].at_ms * 1000000; }

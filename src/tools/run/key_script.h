@@ -27,6 +27,9 @@ struct KeyScript {
 
     // Presses and releases the buttons of every event due at guest time now_ns.
     void apply_due(Core& core, uint64_t now_ns);
+    // Leaves out the events at or before guest time now_ns (already in a
+    // saved state's input).
+    void skip_until(uint64_t now_ns);
     // Guest time of the next event, UINT64_MAX when the script has ended.
     uint64_t next_ns() const;
     bool ended() const { return next >= events.size(); }
