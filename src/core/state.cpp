@@ -25,6 +25,9 @@ namespace {
 constexpr char kMagic[8] = {'T', 'V', 'M', '2', 'S', 'T', 'A', 'T'};
 constexpr uint32_t kFormatVersion = 1;
 constexpr size_t kHeaderSize = sizeof kMagic + 4 + 8 + 4;
+// Guest time stays far below where adding a tick or a delay wraps around
+// (2^62 ns is some 146 years).
+constexpr uint64_t kMaxGuestNs = uint64_t{1} << 62;
 // More pending button changes than a host could make between two runs.
 constexpr uint32_t kMaxQueued = 1 << 16;
 
@@ -142,6 +145,12 @@ public:
             return lo;
         }
         return v;
+    }
+    // An unsigned value that must stay below hi.
+    uint64_t below(uint64_t v, uint64_t hi, const char* what) {
+        if (v < hi) return v;
+        fail(std::string(what) + " out of range (" + std::to_string(v) + ")");
+        return 0;
     }
     void bytes(uint8_t* p, size_t n) {
         if (const uint8_t* s = take(n))
@@ -334,7 +343,7 @@ void get_cpu(Reader& in, Machine& m) {
     m.wait.kind = static_cast<WaitKind>(r.ranged(r.u8(), 0, static_cast<int>(WaitKind::Time), "wait kind"));
     m.wait.then = static_cast<AfterKeysUp>(r.ranged(r.u8(), 0, static_cast<int>(AfterKeysUp::Exec), "wait follow-up"));
     m.wait.exit_code = r.u32();
-    m.wait.until_ns = r.u64();
+    m.wait.until_ns = r.below(r.u64(), 2 * kMaxGuestNs, "wake-up time");
     m.wait.child = r.str(kPathMax - 1, "program to start");
     m.wait_retry = r.flag();
     r.finish("CPU");
@@ -510,7 +519,7 @@ void get_clock(Reader& in, Machine& m) {
     Reader r = in.section("CLCK");
     m.clock = GuestClock{};
     m.clock.virtual_time = r.flag();
-    const uint64_t now = r.u64();
+    const uint64_t now = r.below(r.u64(), kMaxGuestNs, "guest time");
     m.clock.calendar_offset_s = r.ranged(r.i64(), -(int64_t{1} << 40), int64_t{1} << 40, "calendar offset");
     m.clock.last_input_pass_ns = r.u64();
     if (m.clock.last_input_pass_ns > now) r.fail("input pass after the saved time");
