@@ -30,7 +30,6 @@ struct CoreInput {
 // per byte.
 struct CoreHost : Host {
     Core* core = nullptr;
-    bool set_host_clock = false;
     std::string console_text;
 
     void flush_console() {
@@ -51,9 +50,6 @@ struct CoreHost : Host {
     void console_write(std::string_view text) override {
         console_text += text;
         if (text.find('\n') != std::string_view::npos || console_text.size() >= 65536) flush_console();
-    }
-    void SetLocalTime_os(const LocalTime& t) override {
-        if (set_host_clock) Host::SetLocalTime_os(t);
     }
 };
 
@@ -115,7 +111,6 @@ std::string core_load(Core& core, const LoadOptions& o) {
 
     auto m = std::make_unique<Machine>();
     m->host = core.host.get();
-    core.host->set_host_clock = o.set_host_clock;
     m->tvxFilePath = program;
     m->tvxProgArgs = o.args;
     m->single_program_mode = o.single_program ? 1 : 0;
