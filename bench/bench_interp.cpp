@@ -88,7 +88,7 @@ void run_program(benchmark::State& state, const std::string& name, int (*expecte
     uint64_t steps = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        m->force_exit_tvx.store(0, std::memory_order_relaxed);
+        m->stop = Stop::None;
         m->exited = false;
         tvxReset(*m);
         state.ResumeTiming();

@@ -1,193 +1,20 @@
 #include "display/present.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "vm/machine.h"
 
-namespace {
-
-// The surface can be written as rows of 16-bit pixels.
-bool usable(const Surface16& s) {
-    return s.pixels && s.w > 0 && s.h > 0 && s.pitch % 2 == 0 && int64_t{s.pitch} >= 2 * int64_t{s.w} &&
-           reinterpret_cast<uintptr_t>(s.pixels) % 2 == 0;
+void present_frame(Machine& m) {
+    auto f = std::make_shared<Frame>();
+    snapshot_frame(m, f.get());
+    f->number = ++m.frame_number;
+    f->grid = m.use_grid != 0;
+    f->clean = m.need_clean != 0;
+    f->dirty_marks = m.dirty_marks;
+    m.need_clean = 0;
+    m.need_refresh = 0;
+    m.frame = std::move(f);
 }
 
-uint16_t* row_at(const Surface16& s, int y) { return reinterpret_cast<uint16_t*>(s.pixels + int64_t{y} * s.pitch); }
-
-// Guest screen size as presented: never more than a plane holds.
-int guest_w(const Screen& s) { return std::clamp(s.ScreenWidth, 0, kPlaneStride); }
-int guest_h(const Screen& s) { return std::clamp(s.ScreenHeight, 0, 240); }
-
-const uint8_t* plane0(const Screen& s) { return s.ScreenBuffer; }
-
-// Top-left corner of a picture of pw x ph on the surface: centred, or at
-// (bg_x, bg_y) when bg_scale is set. False when the picture does not fit.
-bool place(const Machine& m, const Surface16& s, int64_t pw, int64_t ph, int* left, int* top) {
-    const int64_t l = m.bg_scale ? m.bg_x : (s.w - pw) / 2;
-    const int64_t t = m.bg_scale ? m.bg_y : (s.h - ph) / 2;
-    if (pw <= 0 || ph <= 0 || l < 0 || t < 0 || l + pw > s.w || t + ph > s.h) return false;
-    *left = static_cast<int>(l);
-    *top = static_cast<int>(t);
-    return true;
+void HardwareRefresh(Machine& m) {
+    present_frame(m);
+    if (m.stop == Stop::None) m.stop = Stop::Frame;
 }
-
-inline void store2(uint16_t* dst, uint16_t c) {
-    const uint32_t pair = c | uint32_t{c} << 16;
-    std::memcpy(dst, &pair, 4);  // two pixels in one store
-}
-
-// 1:1 copy, centred; a surface narrower (or lower) than the guest screen
-// shows the middle of the picture.
-void copy_1to1(const Machine& m, const Surface16& s) {
-    int width = guest_w(m), height = guest_h(m);
-    const uint8_t* src = plane0(m);
-    if (width > s.w) {
-        src += (width - s.w) / 2;
-        width = s.w;
-    }
-    if (height > s.h) {
-        src += (height - s.h) / 2 * kPlaneStride;
-        height = s.h;
-    }
-    const int left = (s.w - width) / 2, top = (s.h - height) / 2;
-    for (int y = 0; y < height; ++y, src += kPlaneStride) {
-        uint16_t* dst = row_at(s, top + y) + left;
-        for (int x = 0; x < width; ++x) dst[x] = m.pal[src[x]];
-    }
-}
-
-// 4x4 blocks in mode 1 with the grid look: 3x3 of the pixel's colour, the
-// right column and bottom row in palette entry 2 on ink, paper on paper.
-void scale4_mono_grid(const Machine& m, uint16_t* row0, int pitch_points, int sw, int sh) {
-    const uint8_t* src = plane0(m);
-    for (int y = 0; y < sh; ++y, src += kPlaneStride, row0 += 4 * pitch_points) {
-        uint16_t* d = row0;
-        for (int x = 0; x < sw; ++x, d += 4) {
-            const int v = src[x] & 1;
-            const uint16_t a = m.pal[v], g = m.pal[2 * v];
-            for (int r = 0; r < 3; ++r) {
-                uint16_t* p = d + r * pitch_points;
-                store2(p, a);
-                p[2] = a;
-                p[3] = g;
-            }
-            store2(d + 3 * pitch_points, g);
-            store2(d + 3 * pitch_points + 2, g);
-        }
-    }
-}
-
-// Fixed factor 2 or 4: each source byte becomes an f x f block, written in
-// pairs of pixels.
-template <int F>
-void scale_fixed(const Machine& m, Surface16& s) {
-    if (!usable(s)) return;
-    const int sw = guest_w(m), sh = guest_h(m);
-    int left = 0, top = 0;
-    if (!place(m, s, int64_t{F} * sw, int64_t{F} * sh, &left, &top)) return;
-    const int pitch_points = s.pitch / 2;
-    uint16_t* row0 = row_at(s, top) + left;
-    if (F == 4 && m.graph_mode == 1 && m.use_grid) {
-        scale4_mono_grid(m, row0, pitch_points, sw, sh);
-        return;
-    }
-    const uint8_t* src = plane0(m);
-    for (int y = 0; y < sh; ++y, src += kPlaneStride, row0 += F * pitch_points) {
-        uint16_t* d = row0;
-        for (int x = 0; x < sw; ++x, d += F) {
-            const uint16_t c = m.pal[src[x]];
-            for (int r = 0; r < F; ++r)
-                for (int k = 0; k < F; k += 2) store2(d + r * pitch_points + k, c);
-        }
-    }
-}
-
-}  // namespace
-
-void SetSDLPalette(Screen& s) {
-    if (!s.palette_change) return;
-    s.palette_change = 0;
-    for (int i = 0; i < 256; ++i) {
-        const uint8_t* e = s.palette + 3 * i;  // blue, green, red
-        s.pal[i] = static_cast<uint16_t>((e[0] >> 3) | ((e[1] >> 2) << 5) | ((e[2] >> 3) << 11));
-    }
-}
-
-void DmaRefresh(Machine& m, Surface16* surface) {
-    if (!surface || !usable(*surface)) return;
-    Surface16& s = *surface;
-    if (m.need_clean) {
-        --m.need_clean;
-        std::memset(s.pixels, 0, static_cast<size_t>(s.h) * static_cast<size_t>(s.pitch));
-    }
-    const int sw = guest_w(m), sh = guest_h(m);
-    if (sh < 32 || sw < 1) return;
-    if (s.w != 320 || s.h != 240) {
-        const int scale = std::min(s.w / sw, s.h / sh);
-        if (m.graph_mode == 1 && m.use_grid && scale > 2) return ScaleX_grid(m, s, scale);
-        if (scale > 4 || scale == 3) return ScaleX(m, s, scale);
-        if (scale == 4) return Scale4X(m, s);
-        if (scale == 2) return Scale2X(m, s);
-    }
-    copy_1to1(m, s);
-}
-
-void ScaleX(const Machine& m, Surface16& s, int multiple) {
-    if (!usable(s) || multiple < 1) return;
-    const int sw = guest_w(m), sh = guest_h(m);
-    int left = 0, top = 0;
-    if (!place(m, s, int64_t{multiple} * sw, int64_t{multiple} * sh, &left, &top)) return;
-    const int pitch_points = s.pitch / 2;
-    const size_t row_bytes = static_cast<size_t>(sw) * static_cast<size_t>(multiple) * 2;
-    uint16_t* row0 = row_at(s, top) + left;
-    const uint8_t* src = plane0(m);
-    for (int y = 0; y < sh; ++y, src += kPlaneStride) {
-        uint16_t* d = row0;
-        for (int x = 0; x < sw; ++x) {
-            const uint16_t c = m.pal[src[x]];
-            for (int k = 0; k < multiple; ++k) *d++ = c;
-        }
-        for (int r = 1; r < multiple; ++r) std::memcpy(row0 + r * pitch_points, row0, row_bytes);
-        row0 += multiple * pitch_points;
-    }
-}
-
-void calc_grid(const Screen& s, uint16_t grid[2], int multiple) {
-    // Spread green into bits 21-26 so that one multiply blends all three fields.
-    auto spread = [](uint32_t x) { return (x & 0xF81F) | ((x << 16) & 0x07E00000); };
-    const uint32_t c0 = spread(s.pal[0]), c1 = spread(s.pal[1]);
-    const uint32_t k = static_cast<uint32_t>(std::clamp(multiple, 0, 6));
-    const uint32_t c2 = (k * c0 + (8 - k) * c1) >> 3;
-    grid[0] = s.pal[0];
-    grid[1] = static_cast<uint16_t>((c2 & 0xF81F) | ((c2 >> 16) & 0x07E0));
-}
-
-void ScaleX_grid(const Machine& m, Surface16& s, int multiple) {
-    if (!usable(s) || multiple < 2) return;
-    const int sw = guest_w(m), sh = guest_h(m);
-    int left = 0, top = 0;
-    if (!place(m, s, int64_t{multiple} * sw, int64_t{multiple} * sh, &left, &top)) return;
-    uint16_t grid[2];
-    calc_grid(m, grid, multiple);
-    const int pitch_points = s.pitch / 2;
-    const size_t row_bytes = static_cast<size_t>(sw) * static_cast<size_t>(multiple) * 2;
-    uint16_t* row0 = row_at(s, top) + left;
-    const uint8_t* src = plane0(m);
-    for (int y = 0; y < sh; ++y, src += kPlaneStride) {
-        uint16_t* d = row0;
-        uint16_t* bottom = row0 + (multiple - 1) * pitch_points;  // the band's last row
-        for (int x = 0; x < sw; ++x) {
-            const uint8_t v = src[x];
-            const uint16_t c = m.pal[v], g = grid[v != 0];
-            for (int k = 0; k < multiple - 1; ++k) *d++ = c;
-            *d++ = g;
-            for (int k = 0; k < multiple; ++k) *bottom++ = g;
-        }
-        for (int r = 1; r < multiple - 1; ++r) std::memcpy(row0 + r * pitch_points, row0, row_bytes);
-        row0 += multiple * pitch_points;
-    }
-}
-
-void Scale4X(const Machine& m, Surface16& s) { scale_fixed<4>(m, s); }
-void Scale2X(const Machine& m, Surface16& s) { scale_fixed<2>(m, s); }

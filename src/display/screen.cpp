@@ -20,7 +20,6 @@ constexpr uint8_t lv9[9] = {0, 32, 64, 96, 128, 160, 192, 224, 255};
 
 }  // namespace
 
-void calcPalette(Screen& s) { s.palette_change = 1; }
 
 void Palette2(Screen& s) {
     if (s.GRAY)
@@ -31,7 +30,6 @@ void Palette2(Screen& s) {
     set_entry(s, 2, 173 / 2, 193 / 2, 173 / 2);  // grid line colour: half the green-grey paper
     set_entry(s, 254, 0, 0, 0);
     set_entry(s, 255, 0, 0, 0);
-    calcPalette(s);
 }
 
 void Palette16(Screen& s) {
@@ -41,7 +39,6 @@ void Palette16(Screen& s) {
     }
     set_entry(s, 254, 0, 0, 0);
     set_entry(s, 255, 0, 0, 0);
-    calcPalette(s);
 }
 
 void Palette256(Screen& s) {
@@ -49,7 +46,6 @@ void Palette256(Screen& s) {
     for (int i = 0; i < 225; ++i) set_entry(s, 16 + i, lv5[i % 5], lv9[i / 25], lv5[(i / 5) % 5]);
     set_entry(s, 254, 0, 0, 0);
     set_entry(s, 255, 255, 255, 255);
-    calcPalette(s);
 }
 
 void SetPalette(Screen& s) {
@@ -68,7 +64,6 @@ void tvx_setpalette(Machine& m, uint8_t from, int32_t num, uint32_t addr) {
         const uint32_t rec = addr + 4 * static_cast<uint32_t>(k);
         set_entry(m, from + k, lRamRead(m, rec), lRamRead(m, rec + 1), lRamRead(m, rec + 2));
     }
-    calcPalette(m);
 }
 
 void Color256Init(Screen& s) {
@@ -111,7 +106,7 @@ void c_setgraphmode(Machine& m) {
     }
     if (mode != old) {
         // Show what is pending with the old palette before it changes.
-        if (m.need_refresh.load(std::memory_order_relaxed)) m.host->HardwareRefresh(m);
+        if (m.need_refresh) HardwareRefresh(m);
         if (mode == 4) {
             m.bgcolor = 0;
             m.fgcolor = 15;

@@ -14,8 +14,6 @@ struct Screen {
     int32_t ScreenWidth = 160, ScreenHeight = 80;
     uint16_t graph_mode = 8, bgcolor = 0, fgcolor = 255;
     uint8_t palette[768] = {};  // 256 entries stored blue, green, red
-    uint16_t pal[256] = {};     // RGB565, rebuilt when palette_change is set
-    uint8_t palette_change = 0;
     uint8_t GRAY = 0;
     uint8_t need_clean = 0;
 };
@@ -40,7 +38,6 @@ inline uint32_t ByteAddr(uint16_t xx, uint16_t yy, uint8_t no_buf) {
 
 struct Machine;
 
-void calcPalette(Screen& s);
 void Palette2(Screen& s);
 void Palette16(Screen& s);
 void Palette256(Screen& s);

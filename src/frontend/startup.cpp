@@ -134,26 +134,6 @@ std::optional<int> parse_command_line(Machine& m, StartupState& st, int argc, ch
     return std::nullopt;
 }
 
-int findFirstTvxFile(std::string& out, const std::string& dir) {
-    DIR* d = opendir(dir.c_str());
-    if (!d) return 0;
-    while (const dirent* e = readdir(d)) {
-        const std::string name = e->d_name;
-        if (name.empty() || name[0] == '.') continue;
-        if (extension(name) != ".tvx") continue;
-        const std::string path = join(dir, name, kDirEntryPathMax);
-        struct stat sb{};
-        if (stat(path.c_str(), &sb) != 0) continue;
-        if (S_ISREG(sb.st_mode)) {
-            out = path;
-            closedir(d);
-            return 1;
-        }
-    }
-    closedir(d);
-    return 0;
-}
-
 bool is_directory(const std::string& path) {
     struct stat sb{};
     return stat(path.c_str(), &sb) == 0 && S_ISDIR(sb.st_mode);

@@ -46,10 +46,6 @@ std::optional<int> parse_command_line(Machine& m, StartupState& st, int argc, ch
 // not empty, then as much of text as the 255-character limit leaves.
 void append_prog_args(std::string& args, const std::string& text);
 
-// The first regular file named *.tvx (exact case, hidden names skipped) in
-// dir, in the order the directory lists them; no descent into
-// sub-directories. Returns 1 and writes dir "/" name into out, else 0.
-int findFirstTvxFile(std::string& out, const std::string& dir);
 
 // Searches base and the directories below it (at most maxdepth levels) for
 // one that holds a sub-directory called name. Returns 1 and writes that

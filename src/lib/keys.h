@@ -1,8 +1,8 @@
-// Key state shared between the front-end thread (writer) and the VM thread,
-// the guest key-code table, and the clock state of the time calls.
+// Key state (written by the host's input between runs, read and cleared by
+// the key calls), the guest key-code table, and the clock state of the time
+// calls.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
 struct Machine;
@@ -27,10 +27,10 @@ inline constexpr uint8_t default_key_code[64] = {
 inline constexpr uint16_t kb[13] = {0, 0x40, 0x80, 0x20, 0x10, 0x01, 0x02, 0x04, 0x08, 0x200, 0x100, 0x400, 0x800};
 
 struct Keys {
-    std::atomic<uint16_t> vk{0xFFFF};  // active-low button word
-    std::atomic<uint8_t> cur_keyb[128] = {};
-    std::atomic<uint8_t> old_keyb[128] = {};
-    std::atomic<uint8_t> tvx_key{0};  // bit 7: a key is waiting; low 7 bits: its value
+    uint16_t vk = 0xFFFF;  // active-low button word
+    uint8_t cur_keyb[128] = {};
+    uint8_t old_keyb[128] = {};
+    uint8_t tvx_key = 0;  // bit 7: a key is waiting; low 7 bits: its value
     uint8_t key_code[128] = {};
 
     Keys() {
@@ -44,12 +44,14 @@ struct ClockState {
 };
 
 // All twelve buttons released.
-inline void clearAllKey(Keys& k) { k.vk.store(0xFFF, std::memory_order_relaxed); }
+inline void clearAllKey(Keys& k) { k.vk = 0xFFF; }
 
 // First key index 1-62 whose guest code is the low byte of code, else 0.
 int c_keyid(const Keys& k, uint32_t code);
 inline uint8_t c_keyval(const Keys& k, uint32_t index) { return k.key_code[index & 0xFF & 127]; }
 
-// Once per front-end pass: turns the button word into held flags and makes
-// the lowest newly pressed key pending, unless one is pending already.
+// Once per input pass: turns the button word into held flags and makes the
+// lowest newly pressed key pending, unless one is pending already.
 void SetGamePad(Keys& k, uint16_t vk);
+// Whether any key slot is held.
+bool any_key_held(const Keys& k);

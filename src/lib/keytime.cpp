@@ -1,4 +1,6 @@
 // Key reading, delays and the clock.
+#include <cstring>
+
 #include "lib/keys.h"
 #include "lib/syscalls.h"
 #include "vm/interp.h"
@@ -11,55 +13,59 @@ int c_keyid(const Keys& k, uint32_t code) {
 }
 
 void SetGamePad(Keys& k, uint16_t vk) {
-    for (int i = 0; i < 128; ++i) k.old_keyb[i].store(k.cur_keyb[i].load(std::memory_order_relaxed), std::memory_order_relaxed);
-    for (int i = 1; i <= 12; ++i) k.cur_keyb[i].store((vk & kb[i]) ? 0 : 1, std::memory_order_relaxed);
-    for (int i = 13; i <= 62; ++i) k.cur_keyb[i].store(0, std::memory_order_relaxed);
-    if (k.tvx_key.load(std::memory_order_relaxed) & 0x80) return;
+    std::memcpy(k.old_keyb, k.cur_keyb, sizeof k.old_keyb);
+    for (int i = 1; i <= 12; ++i) k.cur_keyb[i] = (vk & kb[i]) ? 0 : 1;
+    for (int i = 13; i <= 62; ++i) k.cur_keyb[i] = 0;
+    if (k.tvx_key & 0x80) return;
     for (int i = 1; i <= 62; ++i) {
-        if (k.cur_keyb[i].load(std::memory_order_relaxed) && !k.old_keyb[i].load(std::memory_order_relaxed)) {
-            k.tvx_key.store(static_cast<uint8_t>(k.key_code[i] | 0x80), std::memory_order_relaxed);
+        if (k.cur_keyb[i] && !k.old_keyb[i]) {
+            k.tvx_key = static_cast<uint8_t>(k.key_code[i] | 0x80);
             return;
         }
     }
+}
+
+bool any_key_held(const Keys& k) {
+    for (const uint8_t held : k.cur_keyb)
+        if (held) return true;
+    return false;
 }
 
 namespace {
 
-uint8_t key(const Machine& m) { return m.tvx_key.load(std::memory_order_relaxed); }
+// No key is pending: the call is run again from its opcode once one is, so
+// the guest sees exactly what a blocking call would have given it.
+bool wait_for_key(Machine& m) {
+    if (m.tvx_key & 0x80) return false;
+    m.lPC -= 1;
+    m.wait.kind = WaitKind::Key;
+    m.stop = Stop::Wait;
+    return true;
+}
+
+void take_key(Machine& m) {
+    const uint8_t k = m.tvx_key;
+    push_cell(m, k & 0x7Fu);
+    m.tvx_key = k & 0x7F;
+}
 
 }  // namespace
 
 void c_getchar(Machine& m) {
-    refresh_if_due(m);
-    while (!(key(m) & 0x80)) {
-        // A host with no further input to offer (the headless runner) ends
-        // the run instead of waiting for ever.
-        if (!m.host->keep_waiting(m)) {
-            m.force_exit_tvx.store(1, std::memory_order_relaxed);
-            push_cell(m, 0);
-            return;
-        }
-        refresh_if_due(m);
-        m.host->Sleep_os(1);
-    }
-    const uint8_t k = key(m);
-    push_cell(m, k & 0x7Fu);
-    m.tvx_key.store(k & 0x7F, std::memory_order_relaxed);
+    if (!wait_for_key(m)) take_key(m);
 }
 
 void c_inkey(Machine& m) {
-    const uint8_t k = key(m);
-    if (k & 0x80) {
-        push_cell(m, k & 0x7Fu);
-        m.tvx_key.store(k & 0x7F, std::memory_order_relaxed);
-    } else {
+    if (m.tvx_key & 0x80)
+        take_key(m);
+    else
         push_cell(m, 0);
-    }
 }
 
 void c_getword(Machine& m) {
+    if (wait_for_key(m)) return;  // the argument stays on the stack until then
     get_val(m);
-    c_getchar(m);
+    take_key(m);
 }
 
 void c_checkkey(Machine& m) {
@@ -67,7 +73,7 @@ void c_checkkey(Machine& m) {
     const uint8_t k = static_cast<uint8_t>(m.a1);
     if (k >= 128) {
         for (int i = 0; i < 128; ++i) {
-            if (m.cur_keyb[i].load(std::memory_order_relaxed) && m.key_code[i] != 0) {
+            if (m.cur_keyb[i] && m.key_code[i] != 0) {
                 push_cell(m, m.key_code[i]);
                 return;
             }
@@ -76,48 +82,44 @@ void c_checkkey(Machine& m) {
         return;
     }
     const int slot = c_keyid(m, k);
-    push_cell(m, slot && m.cur_keyb[slot].load(std::memory_order_relaxed) ? 0xFFFFFFFFu : 0u);
+    push_cell(m, slot && m.cur_keyb[slot] ? 0xFFFFFFFFu : 0u);
 }
 
 void c_releasekey(Machine& m) {
     get_val(m);
     const uint8_t k = static_cast<uint8_t>(m.a1);
     if (k >= 128) {
-        m.tvx_key.store(0, std::memory_order_relaxed);
-        for (auto& held : m.cur_keyb) held.store(0, std::memory_order_relaxed);
+        m.tvx_key = 0;
+        std::memset(m.cur_keyb, 0, sizeof m.cur_keyb);
         return;
     }
     const int slot = c_keyid(m, k);
     if (!slot) return;
-    m.cur_keyb[slot].store(0, std::memory_order_relaxed);
-    if (key(m) == (k | 0x80)) m.tvx_key.store(k, std::memory_order_relaxed);
+    m.cur_keyb[slot] = 0;
+    if (m.tvx_key == (k | 0x80)) m.tvx_key = k;
 }
 
-// A busy wait on the 1/256-second counter, by design (no sleeping).
+// The wait counts 1/256-second ticks from the reading of the counter at the
+// start; the host is given back control until the guest clock reaches the
+// end (or the program is asked to leave).
 void c_delay(Machine& m) {
     get_val(m);
     m.delay = static_cast<int32_t>(((m.a1 & 0x7FFF) * 256) / 1000);
-    uint8_t t = static_cast<uint8_t>(m.host->GetMillisecond_os());
-    refresh_if_due(m);
-    while (m.delay >= 1 && !m.force_exit_tvx.load(std::memory_order_relaxed)) {
-        const uint8_t d = static_cast<uint8_t>(m.host->GetMillisecond_os() - t);
-        if (d) {
-            t = static_cast<uint8_t>(t + d);
-            m.delay -= d;
-        }
-    }
+    GetMillisecond_os(m);
+    if (m.delay < 1 || m.force_exit_tvx) return;
+    m.wait.kind = WaitKind::Time;
+    m.wait.until_ns = guest_now(m) + static_cast<uint64_t>(m.delay) * kTickNs;
+    m.stop = Stop::Wait;
 }
 
 void c_getms(Machine& m) {
-    refresh_if_due(m);
-    push_cell(m, static_cast<uint32_t>(m.host->GetMillisecond_os()) & 0xFF);
+    push_cell(m, static_cast<uint32_t>(GetMillisecond_os(m)) & 0xFF);
 }
 
 void c_gettime(Machine& m) {
-    refresh_if_due(m);
     get_val(m);
     const uint32_t a = m.a1 & m.addr_mask;
-    const LocalTime t = m.host->GetLocalTime_os();
+    const LocalTime t = GetLocalTime_os(m);
     m.s_year = t.year;
     m.s_month = t.month;
     m.s_day = t.day;
@@ -144,5 +146,5 @@ void c_settime(Machine& m) {
     m.s_min = lRamRead(m, a + 5);
     m.s_sec = lRamRead(m, a + 6);
     m.s_week = lRamRead(m, a + 7);
-    m.host->SetLocalTime_os({m.s_year, m.s_month, m.s_day, m.s_hour, m.s_min, m.s_sec, m.s_week});
+    SetLocalTime_os(m, {m.s_year, m.s_month, m.s_day, m.s_hour, m.s_min, m.s_sec, m.s_week});
 }

@@ -9,13 +9,11 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <thread>
 
-#include "fs/config.h"
-#include "fs/path.h"
 #include "tools/run/screenshot.h"
-#include "tools/run/script_host.h"
-#include "vm/interp.h"
-#include "vm/loader.h"
+#include "tools/run/key_script.h"
+#include "vm/machine.h"
 #include "vm/opcodes.h"
 
 namespace {
@@ -147,16 +145,17 @@ struct Outputs {
     std::string screenshot, planes;
     int frame_w = 0, frame_h = 0;  // 0: the guest-size picture
 
-    bool write(Machine& m) const {
+    bool write(Core& core) const {
         std::string error;
         if (!screenshot.empty()) {
-            const RgbImage img = frame_w ? presented_frame(m, frame_w, frame_h) : guest_picture(m);
+            const auto frame = core_present_now(core);
+            const RgbImage img = frame_w ? presented_frame(*frame, frame_w, frame_h) : guest_picture(*frame);
             if (!write_png(img, screenshot, &error)) {
                 std::fprintf(stderr, "tvxrun: cannot write %s: %s\n", screenshot.c_str(), error.c_str());
                 return false;
             }
         }
-        if (!planes.empty() && !dump_planes(m, planes, &error)) {
+        if (!planes.empty() && !dump_planes(core_machine(core), planes, &error)) {
             std::fprintf(stderr, "tvxrun: cannot write %s: %s\n", planes.c_str(), error.c_str());
             return false;
         }
@@ -239,64 +238,70 @@ int main(int argc, char** argv) {
         return kStatusUsage;
     }
 
-    ScriptHost host;
-    host.log_to = log_stdout ? stdout : stderr;
-    host.virtual_clock = virtual_clock;
+    std::vector<KeyEvent> events;
     std::string error;
-    if (!parse_key_script(key_script, &host.events, &error)) {
+    if (!parse_key_script(key_script, &events, &error)) {
         std::fprintf(stderr, "tvxrun: %s\n", error.c_str());
         return kStatusUsage;
     }
-    auto m = std::make_unique<Machine>();
-    m->host = &host;
-    host.machine = m.get();
-    m->tvxFilePath = program;
-    m->tvxProgArgs = args;
-    m->single_program_mode = 1;
-    // Guest paths are GB2312: the root must have a GB2312 form.
-    std::string root_gb;
-    if (!root.empty()) {
-        if (!host_path_gb(root, &root_gb) || root_gb.size() >= kPathMax - 1) {
-            std::fprintf(stderr, "tvxrun: --root %s: not a usable guest root\n", root.c_str());
-            return kStatusUsage;
-        }
+    KeyScript script{std::move(events)};
+
+    Core core;
+    FILE* log_to = log_stdout ? stdout : stderr;
+    core.sinks.log = [log_to](std::string_view text) {
+        std::fwrite(text.data(), 1, text.size(), log_to);
+        std::fflush(log_to);
+    };
+    if (trace) core.sinks.trace = trace_line;
+    LoadOptions load;
+    load.program = program;
+    load.args = args;
+    load.root = root;
+    load.virtual_clock = virtual_clock;
+    if (const std::string err = core_load(core, load); !err.empty()) {
+        std::fprintf(stderr, "tvxrun: %s\n", err.c_str());
+        return kStatusLoad;
     }
-    Color256Init(*m);
-    ReadConfig(*m, root.empty() ? "TovixOS/System/Config.ini" : (root_gb + "/System/Config.ini").c_str());
-    if (!vm_start(*m)) return kStatusLoad;
-    if (!root.empty()) SetRoot(*m, root_gb.c_str());
 
     const auto t0 = std::chrono::steady_clock::now();
     uint64_t steps = 0;
-    if (trace) {
-        while (steps < max_steps && !m->force_exit_tvx.load(std::memory_order_relaxed)) {
-            trace_line(*m);
-            vm_step(*m);
-            if ((++steps & 0xFFFF) == 0) host.pump();
+    bool starved = false;
+    while (steps < max_steps) {
+        script.apply_due(core, core_time(core));
+        const uint64_t next = script.next_ns();
+        const RunResult r = core_run(core, {next, max_steps - steps});
+        steps += r.steps;
+        if (r.status == RunStatus::Ended) break;
+        if (r.status != RunStatus::Waiting) continue;
+        if (script.ended() && r.wait != WaitKind::Time) {
+            // A script that has ended holds nothing: keys held then are let go,
+            // and a program waiting for a new key waits in vain.
+            if (r.wait == WaitKind::KeysUp) {
+                core_release(core, kAllButtons);
+                continue;
+            }
+            starved = true;
+            break;
         }
-    } else {
-        // Key events are applied between slices, as a front-end pass would.
-        constexpr uint64_t kSlice = 1 << 16;
-        while (steps < max_steps && !m->force_exit_tvx.load(std::memory_order_relaxed)) {
-            steps += vm_run_steps(*m, std::min(kSlice, max_steps - steps));
-            host.pump();
-        }
+        const uint64_t until = r.wait == WaitKind::Time ? std::min(r.wake_ns, next) : next;
+        if (virtual_clock)
+            core_set_time(core, until);
+        else if (until > core_time(core))
+            std::this_thread::sleep_for(std::chrono::nanoseconds(until - core_time(core)));
     }
     const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     // Files the program left open are written out as the run ends.
-    close_all_files(*m);
+    core_close_files(core);
     std::fflush(stdout);
     if (stats)
         std::fprintf(stderr, "tvxrun: %" PRIu64 " instructions in %.3f s (%.1f million/s)\n", steps, secs,
                      secs > 0 ? static_cast<double>(steps) / secs / 1e6 : 0.0);
-    if (!outputs.write(*m)) return kStatusOutput;
-    if (host.starved && !m->exited) {
+    if (!outputs.write(core)) return kStatusOutput;
+    if (core_ended(core)) return core_exit_code(core) & 0xFF;
+    if (starved) {
         std::fprintf(stderr, "tvxrun: the program waits for a key and the key script has ended\n");
         return kStatusNoKeys;
     }
-    if (!m->exited) {
-        std::fprintf(stderr, "tvxrun: stopped after %" PRIu64 " instructions (step limit)\n", steps);
-        return kStatusStepLimit;
-    }
-    return m->exit_code & 0xFF;
+    std::fprintf(stderr, "tvxrun: stopped after %" PRIu64 " instructions (step limit)\n", steps);
+    return kStatusStepLimit;
 }

@@ -1,12 +1,13 @@
 // Interpreter registers, the program image and guest memory.
 #pragma once
 
-#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <vector>
+
+#include "vm/wait.h"
 
 inline constexpr uint32_t kRamSize = 0x100000;  // tovix_ram: 1 MiB
 inline constexpr uint32_t kRamMask = kRamSize - 1;
@@ -59,9 +60,14 @@ struct Cpu {
     uint64_t line_mode = 0;  // rows a console repaint skips
     int32_t have_pen = 0, have_keypad = 1;
 
-    // Set by the front-end (or the exit call in single-program mode) to stop
-    // the interpreter loop; consumed by jumps and calls as a normal exit.
-    std::atomic<uint8_t> force_exit_tvx{0};
+    // Set by the host to leave the running program; consumed by jumps and
+    // calls as a normal exit, and it ends a running delay.
+    uint8_t force_exit_tvx = 0;
+    // Set when the interpreter loop is to return to the host (a wait, a
+    // present, the end of the program, the end of the slice's time).
+    Stop stop = Stop::None;
+    WaitState wait;
+    bool wait_retry = false;  // the next instruction is a key call running again
 
     alignas(64) uint8_t tovix_ram[kRamSize] = {};
     uint8_t negative_tbl[256] = {};

@@ -2,10 +2,8 @@
 
 #include <sys/time.h>
 
-#include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <thread>
 
 void Host::log(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
@@ -22,15 +20,6 @@ int Host::GetMillisecond_os() {
     gettimeofday(&tv, nullptr);
     return static_cast<int>((static_cast<int64_t>(tv.tv_usec) * 32 / 125000) & 0xFF);
 }
-
-uint32_t Host::GetTickCount_os() {
-    using namespace std::chrono;
-    static const auto start = steady_clock::now();
-    const auto ms = duration_cast<milliseconds>(steady_clock::now() - start).count();
-    return static_cast<uint32_t>(static_cast<double>(ms) * 0.256);
-}
-
-void Host::Sleep_os(uint32_t ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
 uint64_t Host::GetNanoSeconds_os() {
     timespec ts{};

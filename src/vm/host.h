@@ -1,6 +1,6 @@
-// The only way the core reaches the outside world: presenting a frame,
-// clocks, sleeping, setting the wall clock, and the log. tvm2 implements it
-// with SDL; tvxrun and the tests with real or virtual clocks.
+// The only way the core reaches the outside world: the log, the console
+// text, and the host's real clocks (used under the real clock only). The
+// core asks; it never waits.
 #pragma once
 
 #include <cstdint>
@@ -21,25 +21,17 @@ void to_tm(const LocalTime& t, struct tm* out);
 struct Host {
     virtual ~Host() = default;
 
-    // Presents the guest screen now (called from the VM thread when due).
-    virtual void HardwareRefresh(Machine&) {}
-
     // Sink of the machine log (mylog): standard output by default.
     virtual void log(std::string_view text);
     // Console text in verbose mode (UTF-8): standard output by default.
     virtual void console_write(std::string_view text);
-    // Asked by calls that wait for a key: false ends the program instead
-    // (a host that knows no key will ever come, such as a scripted run).
-    virtual bool keep_waiting(Machine&) { return true; }
-
     // Fraction of the current wall-clock second in 256ths, 0-255.
     virtual int GetMillisecond_os();
-    // 1/256-second ticks since the host started.
-    virtual uint32_t GetTickCount_os();
-    virtual void Sleep_os(uint32_t ms);
     // Monotonic clock in 100-nanosecond units.
     virtual uint64_t GetNanoSeconds_os();
     virtual LocalTime GetLocalTime_os();
+    // Sets the host's real-time clock; without the right to do so nothing
+    // happens.
     virtual void SetLocalTime_os(const LocalTime& t);
 };
 

@@ -350,8 +350,6 @@ TVM_INLINE void pop_val(Machine& m) { m.result = pop(m); }
 // ---- control flow ----
 TVM_INLINE void c_jmp(Machine& m) {
     const uint32_t t = get_code3(m);
-    if (m.need_refresh.load(std::memory_order_relaxed) && m.refresh_mode == 2 && t < m.lPC)
-        m.host->HardwareRefresh(m);
     if (!jump_to(m, t)) return;
     if (CheckExitKey(m)) good_exit(m);
 }

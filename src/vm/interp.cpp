@@ -46,6 +46,8 @@ const std::array<Handler, 128> codes = handlers(0);
 const std::array<Handler, 128> codes2 = handlers(0x80);
 
 bool vm_start(Machine& m) {
+    m.stop = Stop::None;
+    m.wait = WaitState{};
     set_image(m, shell_init(m));
     if (!m.pTOVI) {
         mylog(m, "Error: Failed to load Tovix program, exiting.\n");
@@ -60,7 +62,7 @@ bool vm_start(Machine& m) {
 // are inlined into the loop; system calls go through their table.
 uint64_t vm_run_steps(Machine& m, uint64_t max_steps) {
     uint64_t n = 0;
-    while (n < max_steps && !m.force_exit_tvx.load(std::memory_order_relaxed)) {
+    while (n < max_steps && m.stop == Stop::None) {
         const uint8_t b = getcode(m);
         switch (b) {
 #define TVM_CASE(code, mnemonic, operand, fn) \
@@ -78,30 +80,72 @@ uint64_t vm_run_steps(Machine& m, uint64_t max_steps) {
         }
         ++n;
     }
+    // A call waiting for a key runs again when it resumes: it is counted then.
+    if (m.stop == Stop::Wait && m.wait.kind == WaitKind::Key && n > 0) --n;
     return n;
 }
 
-void main_loop(Machine& m) {
-    if (vm_start(m)) vm_run_steps(m, UINT64_MAX);
+uint64_t vm_run_traced(Machine& m, uint64_t max_steps, const std::function<void(const Machine&)>& trace) {
+    uint64_t n = 0;
+    while (n < max_steps && m.stop == Stop::None) {
+        // A key call that waited and runs again was traced the first time.
+        if (!m.wait_retry) trace(m);
+        m.wait_retry = false;
+        vm_step(m);
+        ++n;
+    }
+    if (m.stop == Stop::Wait && m.wait.kind == WaitKind::Key && n > 0) --n;
+    return n;
 }
 
-void wait_no_key(Machine& m) {
-    for (;;) {
-        bool held = false;
-        for (const auto& k : m.cur_keyb) held |= k.load(std::memory_order_relaxed) != 0;
-        // A host that will never release the keys (a finished key script)
-        // does not keep the machine here.
-        if (!held || !m.host->keep_waiting(m)) break;
-        m.host->Sleep_os(1);
+bool wait_no_key(Machine& m, AfterKeysUp then) {
+    if (!any_key_held(m)) {
+        m.tvx_key = 0;
+        return true;
     }
-    m.tvx_key.store(0, std::memory_order_relaxed);
+    m.wait.kind = WaitKind::KeysUp;
+    m.wait.then = then;
+    m.stop = Stop::Wait;
+    return false;
+}
+
+bool vm_resume(Machine& m) {
+    switch (m.wait.kind) {
+        case WaitKind::None: return true;
+        case WaitKind::Key:
+            // The waiting call runs again from its opcode.
+            if (!(m.tvx_key & 0x80)) return false;
+            m.wait_retry = true;
+            break;
+        case WaitKind::Time:
+            if (!m.force_exit_tvx && guest_now(m) < m.wait.until_ns) return false;
+            break;
+        case WaitKind::KeysUp: {
+            if (any_key_held(m)) return false;
+            m.tvx_key = 0;
+            WaitState w = std::move(m.wait);
+            m.wait = WaitState{};
+            if (w.then == AfterKeysUp::Exit)
+                finish_exit(m, w.exit_code);
+            else
+                finish_exec(m, w.child);
+            return true;
+        }
+    }
+    m.wait = WaitState{};
+    return true;
 }
 
 void c_exit(Machine& m) {
-    if (m.need_refresh.load(std::memory_order_relaxed) && m.task_lev > 0) m.host->HardwareRefresh(m);
-    get_val(m);
-    const uint32_t code = m.a1;
-    wait_no_key(m);
+    if (m.need_refresh && m.task_lev > 0) HardwareRefresh(m);
+    const uint32_t code = pop_cell(m);
+    if (wait_no_key(m, AfterKeysUp::Exit))
+        finish_exit(m, code);
+    else
+        m.wait.exit_code = code;
+}
+
+void finish_exit(Machine& m, uint32_t code) {
     // What the program's files hold so far reaches the disk, whichever level ends.
     flush_all_files(m);
     if (m.task_lev > 0) {
@@ -111,7 +155,7 @@ void c_exit(Machine& m) {
     m.exit_code = static_cast<int32_t>(code);
     m.exited = true;
     if (m.single_program_mode)
-        m.force_exit_tvx.store(1, std::memory_order_relaxed);
+        m.stop = Stop::Ended;
     else
         tvxReset(m);
 }

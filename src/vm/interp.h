@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 
 #include "vm/machine.h"
 
@@ -13,14 +14,19 @@ using Handler = void (*)(Machine&);
 extern const std::array<Handler, 128> codes;
 extern const std::array<Handler, 128> codes2;
 
-// main_loop: load the first program, write its command line, reset and run
-// until force_exit_tvx is set.
-void main_loop(Machine& m);
-// The loading half of main_loop. Returns false (after logging) on failure.
+// Loads the first program, writes its command line and resets the machine
+// for it. Returns false (after logging) on failure.
 bool vm_start(Machine& m);
-// Runs at most max_steps instructions or until force_exit_tvx is set.
-// Returns the number of instructions executed.
+// Runs at most max_steps instructions or until something stops the loop
+// (m.stop: a wait, a present, the end of the program, the end of the time
+// slice). Returns the number of instructions completed: a waiting call that
+// will run again is not counted.
 uint64_t vm_run_steps(Machine& m, uint64_t max_steps);
+// As vm_run_steps, calling trace before each instruction.
+uint64_t vm_run_traced(Machine& m, uint64_t max_steps, const std::function<void(const Machine&)>& trace);
+// Ends a wait whose condition holds and finishes what the waiting call had
+// left to do. Returns false while the guest still waits.
+bool vm_resume(Machine& m);
 // Executes one instruction.
 inline void vm_step(Machine& m) {
     const uint8_t b = getcode(m);
@@ -32,16 +38,11 @@ inline void vm_step(Machine& m) {
 
 // If a stop request is pending, clears it and returns 1.
 inline int CheckExitKey(Machine& m) {
-    if (m.force_exit_tvx.load(std::memory_order_relaxed)) {
-        m.force_exit_tvx.store(0, std::memory_order_relaxed);
+    if (m.force_exit_tvx) {
+        m.force_exit_tvx = 0;
         return 1;
     }
     return 0;
-}
-
-// Waiting calls present from the VM thread when that is the refresh policy.
-inline void refresh_if_due(Machine& m) {
-    if (m.need_refresh.load(std::memory_order_relaxed) && m.refresh_mode == 2) m.host->HardwareRefresh(m);
 }
 
 void c_exit(Machine& m);
@@ -50,4 +51,9 @@ void bad_exit(Machine& m);
 void div0_err(Machine& m);
 // Ends the program after the program counter left the image at `offset`.
 void off_image(Machine& m, uint32_t offset);
-void wait_no_key(Machine& m);
+// Before a program ends or starts another, every key must be up: when one is
+// held, the call waits (KeysUp) and finishes in vm_resume. Returns true when
+// the caller goes on at once.
+bool wait_no_key(Machine& m, AfterKeysUp then);
+// What the exit call does once the keys are up.
+void finish_exit(Machine& m, uint32_t code);

@@ -209,9 +209,9 @@ void tvxReset(Machine& m) {
     if (mode_changed || head[10] <= 14) ClearNdsScreen(m);
 
     m.secret = 0;
-    for (auto& k : m.cur_keyb) k.store(0, std::memory_order_relaxed);
+    std::memset(m.cur_keyb, 0, sizeof m.cur_keyb);
     clearAllKey(m);
-    m.tvx_key.store(0, std::memory_order_relaxed);
+    m.tvx_key = 0;
     m.delay = 0;
     m.wait_key = 0;
 
@@ -226,7 +226,7 @@ void tvxReset(Machine& m) {
     m.line_mode = 0;
     setscreen(m, 0);
 
-    m.seed += static_cast<int64_t>(static_cast<int32_t>(m.host->GetMillisecond_os()));
+    m.seed += static_cast<int64_t>(static_cast<int32_t>(GetMillisecond_os(m)));
     m.seed |= 1;
     make_negative(m);
 }

@@ -9,12 +9,14 @@
 #include "display/screen.h"
 #include "fs/files.h"
 #include "lib/keys.h"
+#include "vm/clock.h"
 #include "vm/cpu.h"
 #include "vm/host.h"
 #include "vm/task.h"
 
 struct Machine : Cpu, Screen, Console, Keys, ClockState, Tasks, Presentation, Files {
     Host* host = &default_host();
+    GuestClock clock;
 };
 
 // Formats into a 1,024-byte buffer (longer output is cut) and writes it to
@@ -22,6 +24,6 @@ struct Machine : Cpu, Screen, Console, Keys, ClockState, Tasks, Presentation, Fi
 void mylog(Machine& m, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
 inline void ToviNeedRefresh(Machine& m) {
-    m.need_refresh.store(1, std::memory_order_relaxed);
-    m.fps_need_frames_curr.fetch_add(1, std::memory_order_relaxed);
+    m.need_refresh = 1;
+    ++m.dirty_marks;
 }

@@ -15,7 +15,6 @@ void Save_Palette(Machine& m) { std::memcpy(m.task[m.task_lev].palette, m.palett
 
 void Load_Palette(Machine& m) {
     std::memcpy(m.palette, m.task[m.task_lev].palette, sizeof m.palette);
-    calcPalette(m);
 }
 
 namespace {
@@ -78,15 +77,24 @@ void c_exec(Machine& m) {
     std::memcpy(t.RootPath, m.RootPath, sizeof t.RootPath);
 
     write_child_cmdline(m, m.local_sp + kCmdLine, m.VirtualFullName, args);
-    t.image = std::move(m.pTOVI);
-    wait_no_key(m);
+    // The child's image waits in its level's record until the keys are up.
+    m.task[lev + 1].image = std::move(image);
+    if (wait_no_key(m, AfterKeysUp::Exec))
+        finish_exec(m, m.FileName);
+    else
+        m.wait.child = m.FileName;
+}
+
+void finish_exec(Machine& m, const std::string& path) {
+    const int lev = m.task_lev;
+    m.task[lev].image = std::move(m.pTOVI);
     m.task_lev = lev + 1;
     // The child's RAM begins at the parent's frame top.
     m.lRam = (m.lRam + m.local_sp) & kRamMask;
-    set_image(m, std::move(image));
+    set_image(m, std::move(m.task[lev + 1].image));
 
-    SetTvxRoot(m, m.FileName);
-    std::string config = m.FileName;
+    SetTvxRoot(m, path.c_str());
+    std::string config = path;
     config.resize(config.rfind('/') + 1);
     config += "Config.ini";
     SetKeyCode(m, config.c_str());

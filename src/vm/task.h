@@ -53,3 +53,6 @@ void Load_Palette(Machine& m);
 // Ends a nested program with exit code `code`: the parent resumes with the
 // code as the result of its start call.
 void exit_nested(Machine& m, uint32_t code);
+// The second half of starting a nested program, once every key is up: the
+// child becomes the running task. path: its host path (GB2312).
+void finish_exec(Machine& m, const std::string& path);

@@ -108,11 +108,11 @@ void check_finger(Machine& m, TouchButtons& t, const FingerEvent& e) {
     const uint16_t b = gui_finger(m, t, e);
     if (!b) return;
     if (e.down) {
-        if (b == 0x008 && (m.vk.load(std::memory_order_relaxed) & 0x300) == 0)
-            m.force_exit_tvx.store(1, std::memory_order_relaxed);
-        m.vk.fetch_and(static_cast<uint16_t>(~b), std::memory_order_relaxed);
+        if (b == 0x008 && (m.vk & 0x300) == 0)
+            m.force_exit_tvx = 1;
+        m.vk = static_cast<uint16_t>(m.vk & ~b);
     } else {
-        m.vk.fetch_or(b, std::memory_order_relaxed);
+        m.vk = static_cast<uint16_t>(m.vk | b);
     }
 }
 

@@ -18,23 +18,22 @@ uint8_t widen(unsigned v, int bits) { return static_cast<uint8_t>(v << (8 - bits
 
 }  // namespace
 
-RgbImage guest_picture(const Machine& m) {
+RgbImage guest_picture(const Frame& f) {
     RgbImage img;
-    img.w = std::clamp(m.ScreenWidth, 0, kPlaneStride);
-    img.h = std::clamp(m.ScreenHeight, 0, 240);
-    img.rgb.resize(static_cast<size_t>(img.w) * static_cast<size_t>(img.h) * 3);
-    uint8_t* out = img.rgb.data();
-    for (int y = 0; y < img.h; ++y)
-        for (int x = 0; x < img.w; ++x) {
-            const uint8_t* e = m.palette + 3 * m.ScreenBuffer[y * kPlaneStride + x];  // blue, green, red
-            *out++ = e[2];
-            *out++ = e[1];
-            *out++ = e[0];
-        }
+    img.w = f.width;
+    img.h = f.height;
+    std::vector<uint32_t> px(static_cast<size_t>(img.w) * static_cast<size_t>(img.h));
+    frame_to_xrgb8888(f, px.data());
+    img.rgb.reserve(px.size() * 3);
+    for (const uint32_t c : px) {
+        img.rgb.push_back(static_cast<uint8_t>(c >> 16));
+        img.rgb.push_back(static_cast<uint8_t>(c >> 8));
+        img.rgb.push_back(static_cast<uint8_t>(c));
+    }
     return img;
 }
 
-RgbImage presented_frame(Machine& m, int w, int h) {
+RgbImage presented_frame(const Frame& f, int w, int h) {
     RgbImage img;
     if (w <= 0 || h <= 0 || int64_t{w} * h > kMaxPixels) return img;
     std::vector<uint16_t> px(static_cast<size_t>(w) * static_cast<size_t>(h), 0);
@@ -43,10 +42,7 @@ RgbImage presented_frame(Machine& m, int w, int h) {
     s.w = w;
     s.h = h;
     s.pitch = 2 * w;
-    const uint8_t clean = m.need_clean;
-    SetSDLPalette(m);
-    DmaRefresh(m, &s);
-    m.need_clean = clean;
+    DmaRefresh(f, &s);
     img.w = w;
     img.h = h;
     img.rgb.reserve(px.size() * 3);

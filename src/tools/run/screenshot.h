@@ -8,6 +8,7 @@
 #include <vector>
 
 struct Machine;
+struct Frame;
 
 // 8-bit red, green, blue per pixel, rows top to bottom, no padding.
 struct RgbImage {
@@ -15,15 +16,14 @@ struct RgbImage {
     std::vector<uint8_t> rgb;
 };
 
-// The visible plane at guest size (ScreenWidth x ScreenHeight), each pixel
-// through the guest palette's 8-bit triplets, so the colours are the ones
-// the guest set (0xAD,0xC1,0xAD for mono paper), not their 5-6-5 form.
-RgbImage guest_picture(const Machine& m);
+// The frame at guest size, each pixel through the guest palette's 8-bit
+// triplets, so the colours are the ones the guest set (0xAD,0xC1,0xAD for
+// mono paper), not their 5-6-5 form.
+RgbImage guest_picture(const Frame& f);
 
-// The frame a w x h host surface receives: the palette brought up to date,
-// DmaRefresh on a black surface, each 5-6-5 pixel widened to 8 bits per
-// channel by repeating its top bits. need_clean is left as it was.
-RgbImage presented_frame(Machine& m, int w, int h);
+// What a w x h host surface receives: DmaRefresh on a black surface, each
+// 5-6-5 pixel widened to 8 bits per channel by repeating its top bits.
+RgbImage presented_frame(const Frame& f, int w, int h);
 
 bool write_png(const RgbImage& image, const std::string& path, std::string* error);
 // Reads any PNG as 8-bit RGB (alpha composed onto black).
