@@ -14,7 +14,7 @@
 #include "vm/tvx_header.h"
 
 Core::Core() : input(std::make_unique<CoreInput>()), host(std::make_unique<CoreHost>()) { host->core = this; }
-Core::~Core() = default;
+Core::~Core() { host->flush_console(); }
 
 namespace {
 
@@ -71,7 +71,6 @@ std::string core_load(Core& core, const LoadOptions& o) {
 
     auto m = std::make_unique<Machine>();
     m->host = core.host.get();
-    core.host->set_host_clock = o.set_host_clock;
     m->tvxFilePath = program;
     m->tvxProgArgs = o.args;
     m->single_program_mode = o.single_program ? 1 : 0;
@@ -145,6 +144,7 @@ RunResult core_run(Core& core, const RunBudget& budget) {
         r.steps += core.sinks.trace ? vm_run_traced(m, n, core.sinks.trace) : vm_run_steps(m, n);
     }
     m.stop = Stop::None;
+    core.host->flush_console();
     if (r.steps > 0 || m.wait.kind != WaitKind::Time) core.input->unseen = 0;
     note_run_end(core, budget, r);
     if (m.need_refresh) present_frame(m);
@@ -202,6 +202,7 @@ bool core_ended(const Core& core) { return core.loaded && core.machine->exited &
 int32_t core_exit_code(const Core& core) { return core.loaded ? core.machine->exit_code : -1; }
 
 void core_close_files(Core& core) {
+    core.host->flush_console();
     if (core.loaded) close_all_files(*core.machine);
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <string>
 
 #include "core/core.h"
 #include "vm/machine.h"
@@ -46,23 +47,30 @@ inline bool continue_cut_run(Core& core) {
 }
 
 // The machine's host inside the core: the sinks, and the real clocks.
+// Console text is gathered and handed on by the line (and before a log line,
+// and when a run returns), so that output byte by byte costs no system call
+// per byte.
 struct CoreHost : Host {
     Core* core = nullptr;
-    bool set_host_clock = false;
+    std::string console_text;
 
+    void flush_console() {
+        if (console_text.empty()) return;
+        if (core->sinks.console)
+            core->sinks.console(console_text);
+        else
+            Host::console_write(console_text);
+        console_text.clear();
+    }
     void log(std::string_view text) override {
+        flush_console();
         if (core->sinks.log)
             core->sinks.log(text);
         else
             Host::log(text);
     }
     void console_write(std::string_view text) override {
-        if (core->sinks.console)
-            core->sinks.console(text);
-        else
-            Host::console_write(text);
-    }
-    void SetLocalTime_os(const LocalTime& t) override {
-        if (set_host_clock) Host::SetLocalTime_os(t);
+        console_text += text;
+        if (text.find('\n') != std::string_view::npos || console_text.size() >= 65536) flush_console();
     }
 };

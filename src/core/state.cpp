@@ -436,11 +436,9 @@ void put_screen(Writer& w, const Machine& m) {
     w.block(m.ScreenBuffer, sizeof m.ScreenBuffer);
     w.i32(m.ScreenWidth);
     w.i32(m.ScreenHeight);
-    for (const uint16_t v : {m.graph_mode, m.bgcolor, m.fgcolor, m.xx, m.yy, m.x0, m.x1, m.Y0, m.Y1}) w.u16(v);
+    for (const uint16_t v : {m.graph_mode, m.bgcolor, m.fgcolor}) w.u16(v);
     w.bytes(m.palette, sizeof m.palette);
-    for (const uint8_t v : {m.GRAY, m.need_clean, m.lcmd, m.no_buf, m.negative}) w.u8(v);
-    w.u32(m.m1l);
-    w.i32s(m.circle_buf);
+    for (const uint8_t v : {m.GRAY, m.need_clean}) w.u8(v);
     w.end(s);
 }
 
@@ -449,12 +447,10 @@ void get_screen(Reader& in, Machine& m) {
     r.block(m.ScreenBuffer, sizeof m.ScreenBuffer, "screen planes");
     m.ScreenWidth = static_cast<int32_t>(r.ranged(r.i32(), 0, 320, "screen width"));
     m.ScreenHeight = static_cast<int32_t>(r.ranged(r.i32(), 0, 240, "screen height"));
-    for (uint16_t* v : {&m.graph_mode, &m.bgcolor, &m.fgcolor, &m.xx, &m.yy, &m.x0, &m.x1, &m.Y0, &m.Y1}) *v = r.u16();
+    for (uint16_t* v : {&m.graph_mode, &m.bgcolor, &m.fgcolor}) *v = r.u16();
     if (m.graph_mode != 1 && m.graph_mode != 4 && m.graph_mode != 8) r.fail("graphics mode " + std::to_string(m.graph_mode));
     r.bytes(m.palette, sizeof m.palette);
-    for (uint8_t* v : {&m.GRAY, &m.need_clean, &m.lcmd, &m.no_buf, &m.negative}) *v = r.u8();
-    m.m1l = r.u32();
-    r.i32s(m.circle_buf);
+    for (uint8_t* v : {&m.GRAY, &m.need_clean}) *v = r.u8();
     r.finish("SCRN");
 }
 
