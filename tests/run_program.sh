@@ -21,8 +21,8 @@
 # A file NAME.out next to the source holds the expected standard output.
 # Then the run is repeated on the virtual clock, whole and cut in two with
 # --state-out and --state-in: after every instruction when it runs at most
-# 64 (3,000 with SPLIT_ALL=1 in the environment), else after 1, a quarter, a
-# half, three quarters and all but one of them. Standard output, exit
+# 64 (3,000 with SPLIT_ALL=1 in the environment), else after 1, each tenth
+# and all but one of them. Standard output, exit
 # status, screen and the files in the root must be those of the whole run.
 # Programs that run more than a million instructions are not cut.
 # Last the program is listed with tvxdis and assembled again: the bytes
@@ -115,11 +115,10 @@ steps=$(sed -n 's/^tvxrun: \([0-9]*\) instructions.*/\1/p' "$work/$name.whole.st
 [ -n "$steps" ] || { echo "FAIL $name: the run on the virtual clock gave no instruction count"; fail=1; steps=0; }
 every=64; [ "${SPLIT_ALL:-}" = 1 ] && every=3000
 if [ "$steps" -le "$every" ]; then cuts=$(seq 1 $((steps - 1)))
-else cuts="1 $((steps / 4)) $((steps / 2)) $((steps * 3 / 4)) $((steps - 1))"; fi
-[ "${steps:-0}" -le 1000000 ] || cuts=
-for cut in $(printf '%s\n' $cuts | sort -nu); do
-  [ "$cut" -ge 1 ] && [ "$cut" -lt "$steps" ] || continue
-  state="$work/$name.state" part="$work/$name.part"
+elif [ "$steps" -le 1000000 ]; then cuts="1 $(for k in $(seq 9); do echo $((steps * k / 10)); done) $((steps - 1))"
+else cuts=; fi
+state="$work/$name.state" part="$work/$name.part"
+for cut in $cuts; do
   new_root
   run_virtual --max-steps "$cut" --state-out "$state" --screenshot "$part.png" "$tvx" $args \
     >"$part.stdout" 2>"$part.stderr"
@@ -129,10 +128,9 @@ for cut in $(printf '%s\n' $cuts | sort -nu); do
   if [ "$status" != "$whole_status" ] || ! cmp -s "$part.stdout" "$work/$name.whole.stdout" \
     || ! cmp -s "$part.planes" "$work/$name.whole.planes" || [ "$(root_digest)" != "$whole_root" ] \
     || ! "$tvxrun" --compare-png "$part.png" "$work/$name.whole.png" 2>/dev/null; then
-    echo "FAIL $name: cut after $cut of $steps instructions and continued from the state, the run differs"
-    echo "  (exit $status, whole $whole_status)"; diff "$work/$name.whole.stdout" "$part.stdout" | head -10
-    cmp "$part.planes" "$work/$name.whole.planes"; tail -5 "$part.stderr"; fail=1
-    break
+    echo "FAIL $name: cut after $cut of $steps instructions and continued from the state, exit $status (whole:" \
+      "$whole_status), and output, screen or files differ"; diff "$work/$name.whole.stdout" "$part.stdout" | head
+    tail -5 "$part.stderr"; fail=1; break
   fi
 done
 [ -z "$fresh" ] || { chmod -R u+rwX "$run_dir" && rm -rf "$run_dir"; }
