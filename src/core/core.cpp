@@ -11,7 +11,7 @@
 #include "fs/path.h"
 #include "vm/interp.h"
 #include "vm/loader.h"
-#include "vm/tvx_header.h"
+#include "base/tvx_header.h"
 
 // Button changes waiting for the next run, in the order they came.
 struct CoreInput {
