@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tools/asm/asm.h"
-#include "vm/opcodes.h"
+#include "base/opcodes.h"
 
 namespace {
 

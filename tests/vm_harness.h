@@ -10,7 +10,7 @@
 
 #include "vm/interp.h"
 #include "vm/loader.h"
-#include "vm/opcodes.h"
+#include "base/opcodes.h"
 
 // A host that records the log. The machine runs on its virtual clock.
 struct TestHost : Host {

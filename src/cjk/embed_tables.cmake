@@ -1,4 +1,4 @@
-# Turns the code page 936 tables in data/ into a C++ source of tvmcore at
+# Turns the code page 936 tables in data/ into a C++ source of tvmcjk at
 # build time, so the build needs neither python nor the source packages.
 set(TVM_CP936_CPP ${CMAKE_CURRENT_BINARY_DIR}/cp936_tables.cpp)
 add_custom_command(OUTPUT ${TVM_CP936_CPP}
@@ -11,4 +11,4 @@ add_custom_command(OUTPUT ${TVM_CP936_CPP}
           ${PROJECT_SOURCE_DIR}/data/cp936_uni2gb.bin
           ${CMAKE_CURRENT_LIST_DIR}/write_tables.cmake
   COMMENT "Embedding the code page 936 tables")
-target_sources(tvmcore PRIVATE ${TVM_CP936_CPP})
+target_sources(tvmcjk PRIVATE ${TVM_CP936_CPP})

@@ -11,7 +11,7 @@
 #include "fs/path.h"
 #include "vm/interp.h"
 #include "vm/loader.h"
-#include "vm/tvx_header.h"
+#include "base/tvx_header.h"
 
 Core::Core() : input(std::make_unique<CoreInput>()), host(std::make_unique<CoreHost>()) { host->core = this; }
 Core::~Core() { host->flush_console(); }

@@ -3,7 +3,7 @@
 // result.
 #pragma once
 
-#include "vm/opcode_list.h"
+#include "base/opcode_list.h"
 
 struct Machine;
 

@@ -16,7 +16,7 @@
 #include "tools/run/screenshot.h"
 #include "tools/run/key_script.h"
 #include "vm/machine.h"
-#include "vm/opcodes.h"
+#include "base/opcodes.h"
 
 namespace {
 

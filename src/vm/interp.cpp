@@ -3,7 +3,7 @@
 #include "lib/syscalls.h"
 #include "vm/instructions.h"
 #include "vm/loader.h"
-#include "vm/opcode_list.h"
+#include "base/opcode_list.h"
 
 namespace {
 

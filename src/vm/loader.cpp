@@ -1,6 +1,6 @@
 #include "vm/loader.h"
 
-#include "vm/tvx_header.h"
+#include "base/tvx_header.h"
 
 #include "fs/path.h"
 

@@ -10,8 +10,8 @@
 #include <set>
 #include <unordered_map>
 
-#include "vm/tvx_header.h"
-#include "vm/opcodes.h"
+#include "base/tvx_header.h"
+#include "base/opcodes.h"
 
 namespace {
 

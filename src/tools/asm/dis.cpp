@@ -4,8 +4,8 @@
 #include <set>
 
 #include "tools/asm/asm.h"
-#include "vm/tvx_header.h"
-#include "vm/opcodes.h"
+#include "base/tvx_header.h"
+#include "base/opcodes.h"
 
 namespace {
 

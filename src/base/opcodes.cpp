@@ -1,6 +1,6 @@
-#include "vm/opcodes.h"
+#include "base/opcodes.h"
 
-#include "vm/opcode_list.h"
+#include "base/opcode_list.h"
 
 namespace {
 
