@@ -18,7 +18,7 @@
 #include "core/state.h"
 #include "fs/path.h"
 #include "vm/loader.h"
-#include "vm/tvx_header.h"
+#include "base/tvx_header.h"
 
 namespace {
 
