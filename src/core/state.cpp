@@ -66,10 +66,6 @@ public:
     }
     void cstr(const char* s, size_t cap) { str(std::string_view(s, strnlen(s, cap))); }
     template <size_t N>
-    void i32s(const int32_t (&a)[N]) {
-        for (const int32_t v : a) i32(v);
-    }
-    template <size_t N>
     void u32s(const uint32_t (&a)[N]) {
         for (const uint32_t v : a) u32(v);
     }
@@ -173,10 +169,6 @@ public:
         if (s.find('\0') != std::string::npos) fail(std::string(what) + " holds a zero byte");
         std::memset(out, 0, cap);
         std::memcpy(out, s.data(), std::min(s.size(), cap - 1));
-    }
-    template <size_t N>
-    void i32s(int32_t (&a)[N]) {
-        for (int32_t& v : a) v = i32();
     }
     template <size_t N>
     void u32s(uint32_t (&a)[N]) {

@@ -51,8 +51,8 @@ void c_closeall(Machine& m);
 // with `mode` and stood at byte `pos`, at end of file when `eof`. Nothing is
 // created or truncated. Null with a reason in *error when it fails.
 FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, bool eof, std::string* error);
-// Whether a mode string is one the host was given by the open call (a
-// mapped guest mode or a plain host mode: r, w or a, then b, + or x).
+// Whether a mode string could have been given to the host by the open
+// call: r, w or a first, printable, no "," (no code-set form).
 bool valid_open_mode(const std::string& mode);
 
 // Pops a guest path, normalises it and leaves its host path in FileName
