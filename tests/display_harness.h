@@ -44,5 +44,5 @@ struct ScreenVm : CallVm {
         return p;
     }
     // Whether a drawing call asked for a frame since the last look.
-    bool refreshed() { return m->need_refresh.exchange(0) != 0; }
+    bool refreshed() { return std::exchange(m->need_refresh, 0) != 0; }
 };

@@ -2,7 +2,7 @@
 // the runner's key scripts; the keys_clock programs check the key and clock
 // calls end to end.
 #include "lib/syscalls.h"
-#include "tools/run/script_host.h"
+#include "tools/run/key_script.h"
 #include "vm_harness.h"
 
 namespace {

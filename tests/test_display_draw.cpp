@@ -34,13 +34,8 @@ Pts operator+(Pts a, const Pts& b) {
 // ---- Modes, colours and palettes ----
 
 TEST(ScreenModes, SetGraphModeAnswersPresentsFirstAndClearsTheVisibleScreen) {
-    struct Watch : TestHost {
-        std::vector<int> modes;
-        void HardwareRefresh(Machine& m) override { modes.push_back(m.graph_mode); }
-    } host;
     Scr s(kGrey);
     Machine& m = *s.m;
-    m.host = &host;
     s.call(c_setfgcolor, {7});
     s.clear(9);
     m.need_refresh = 1;
@@ -48,10 +43,13 @@ TEST(ScreenModes, SetGraphModeAnswersPresentsFirstAndClearsTheVisibleScreen) {
     EXPECT_EQ(s.result(c_setgraphmode, {2}), 0u);  // invalid
     EXPECT_EQ(s.result(c_setgraphmode, {4}), 4u);  // already active
     EXPECT_TRUE(s.differ(kVisible, 9).empty());
-    EXPECT_TRUE(host.modes.empty());
+    EXPECT_EQ(m.frame, nullptr);
 
     EXPECT_EQ(s.result(c_setgraphmode, {1}), 4u);
-    EXPECT_EQ(host.modes, std::vector<int>{4});  // the pending frame, with the old mode
+    ASSERT_NE(m.frame, nullptr);  // the pending frame, with the old mode
+    EXPECT_EQ(m.frame->graph_mode, 4);
+    EXPECT_EQ(m.frame->pixels[0], 9);
+    EXPECT_EQ(m.stop, Stop::Frame);
     EXPECT_EQ(m.fgcolor, 7);                     // mode 1 keeps the colours
     EXPECT_EQ(s.differ(kVisible, 9), span(0, 159, 0, 79));
     EXPECT_EQ(s.px(kVisible, 159, 79), 0);
@@ -59,7 +57,7 @@ TEST(ScreenModes, SetGraphModeAnswersPresentsFirstAndClearsTheVisibleScreen) {
 
     m.need_refresh = 0;
     EXPECT_EQ(s.result(c_setgraphmode, {0x108}), 1u);  // low 8 bits: mode 8
-    EXPECT_EQ(host.modes.size(), 1u);
+    EXPECT_EQ(m.frame_number, 1u);
     EXPECT_EQ(m.fgcolor, 255);
     EXPECT_EQ(s.result(c_setgraphmode, {4}), 8u);
     EXPECT_EQ(m.fgcolor, 15);
@@ -69,9 +67,7 @@ TEST(ScreenModes, SetGraphModeAnswersPresentsFirstAndClearsTheVisibleScreen) {
 TEST(Palette, ModeChangesSetTheirEntriesAndLeaveTheRest) {
     Scr s(kMono);
     using C = std::array<int, 3>;
-    s.m->palette_change = 0;
     s.result(c_setgraphmode, {8});
-    EXPECT_EQ(s.m->palette_change, 1);
     EXPECT_EQ(rgb(*s.m, 0), (C{0, 0, 0}));
     EXPECT_EQ(rgb(*s.m, 1), (C{0, 0, 0}));     // mono ink survives
     EXPECT_EQ(rgb(*s.m, 2), (C{86, 96, 86}));  // and the grid colour

@@ -85,22 +85,22 @@ TEST_F(Touch, CheckFingerDrivesTheButtonWordAndTheExitChord) {
     m->vk = 0xFFF;
     const auto& b = t.circle_buttons[1];
     check_finger(*m, t, at(true, 1, b.cx, b.cy));
-    EXPECT_EQ(m->vk.load(), 0xFFF & ~0x002);
+    EXPECT_EQ(m->vk, 0xFFF & ~0x002);
     check_finger(*m, t, at(false, 1, b.cx, b.cy));
-    EXPECT_EQ(m->vk.load(), 0xFFF);
+    EXPECT_EQ(m->vk, 0xFFF);
 
     auto centre = [&](int i, bool down, int id) {
         const auto& r = t.rect_buttons[i];
         check_finger(*m, t, at(down, id, (r.x1 + r.x2) / 2, (r.y1 + r.y2) / 2));
     };
     centre(7, true, 2);  // START alone: no exit
-    EXPECT_EQ(m->force_exit_tvx.load(), 0);
+    EXPECT_EQ(m->force_exit_tvx, 0);
     centre(7, false, 2);
     centre(4, true, 3);  // L1
     centre(5, true, 4);  // R1
     centre(7, true, 5);  // START with both shoulders held
-    EXPECT_EQ(m->force_exit_tvx.load(), 1);
-    EXPECT_EQ(m->vk.load(), 0xFFF & ~(0x200 | 0x100 | 0x008));
+    EXPECT_EQ(m->force_exit_tvx, 1);
+    EXPECT_EQ(m->vk, 0xFFF & ~(0x200 | 0x100 | 0x008));
 
     TOUCH rec{7, 1, 2, 3, 4, 5};
     GetTouch(rec);

@@ -60,7 +60,7 @@ TEST(Nested, ChildStateAndTheParentsReturn) {
     m.bgcolor = 9;
     m.palette[3 * 20] = 0x42;
     m.key_code[5] = 0x61;
-    const uint32_t outer = vm.host.refreshes;
+    const uint32_t outer = m.frame_number;
 
     while (m.task_lev == 0 && !m.exited) vm.run(1);
     ASSERT_EQ(m.task_lev, 1);
@@ -72,7 +72,7 @@ TEST(Nested, ChildStateAndTheParentsReturn) {
 
     m.need_refresh = 1;
     vm.run();
-    EXPECT_EQ(vm.host.refreshes, outer + 1);  // the child's last picture is shown
+    EXPECT_EQ(m.frame_number, outer + 1);  // the child's last picture is shown
     EXPECT_TRUE(m.exited);
     EXPECT_EQ(m.task_lev, 0);
     EXPECT_EQ(vm.cell(0), 7u);

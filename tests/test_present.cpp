@@ -12,26 +12,16 @@
 namespace {
 
 // Colour table i -> 0x1000 + i; guest pixel (x, y) holds (x + 2y) & 0xFF.
-std::unique_ptr<Machine> patterned(int w, int h) {
-    auto m = std::make_unique<Machine>();
-    m->ScreenWidth = w;
-    m->ScreenHeight = h;
-    for (int i = 0; i < 256; ++i) m->pal[i] = uint16_t(0x1000 + i);
+std::unique_ptr<Frame> patterned(int w, int h) {
+    auto f = std::make_unique<Frame>();
+    f->width = w;
+    f->height = h;
+    for (int i = 0; i < 256; ++i) f->pal[i] = uint16_t(0x1000 + i);
     for (int y = 0; y < 240; ++y)
-        for (int x = 0; x < 320; ++x) m->ScreenBuffer[y * 320 + x] = uint8_t(x + 2 * y);
-    return m;
+        for (int x = 0; x < 320; ++x) f->pixels[y * 320 + x] = uint8_t(x + 2 * y);
+    return f;
 }
 uint16_t colour_at(int x, int y) { return uint16_t(0x1000 + ((x + 2 * y) & 0xFF)); }
-
-std::unique_ptr<Machine> mono(int w, int h) {
-    auto m = std::make_unique<Machine>();
-    m->graph_mode = 1;
-    m->ScreenWidth = w;
-    m->ScreenHeight = h;
-    SetPalette(*m);
-    SetSDLPalette(*m);
-    return m;
-}
 
 // The patterned w x h picture enlarged f times at (ox, oy), source columns
 // from sx on, and nothing written anywhere else.
@@ -47,27 +37,33 @@ void expect_picture(const TestSurface& t, int ox, int oy, int f, int w, int h, i
 
 }  // namespace
 
-TEST(Present, ColourTablePacksBlueLowRedHighOnlyAfterAChange) {
+TEST(Present, SnapshotPacksTheColourTableAndClaimsTheCleanRequest) {
     auto m = std::make_unique<Machine>();
     m->palette[3 * 7] = 0xFF;      // blue
     m->palette[3 * 7 + 1] = 0x03;  // green below one step: dropped
     m->palette[3 * 7 + 2] = 0x0F;  // red: 1 after dropping three bits
-    calcPalette(*m);
-    SetSDLPalette(*m);
-    EXPECT_EQ(m->pal[7], 0x001F | 1 << 11);
-    EXPECT_EQ(m->palette_change, 0);
+    m->ScreenWidth = 5000;         // cut to what a plane holds
+    m->ScreenBuffer[321] = 7;
+    m->need_refresh = 1;
+    ClearNdsScreen(*m);
+    m->ScreenBuffer[321] = 7;
+    present_frame(*m);
+    const std::shared_ptr<const Frame> first = m->frame;
+    EXPECT_EQ(first->pal[7], 0x001F | 1 << 11);
+    EXPECT_EQ(first->width, 320);
+    EXPECT_EQ(first->pixels[321], 7);
+    EXPECT_TRUE(first->clean);
+    EXPECT_EQ(m->need_refresh, 0);
+    uint32_t rgb[320 * 80];
+    frame_to_xrgb8888(*first, rgb);
+    EXPECT_EQ(rgb[321], 0x0F03FFu);
 
-    m->ScreenWidth = 320, m->ScreenHeight = 240;
-    std::fill_n(m->ScreenBuffer, kPlaneSize, 7);
-    m->palette[3 * 7] = 0;
-    SetSDLPalette(*m);  // no flag: not seen
-    TestSurface t(320, 240);
-    DmaRefresh(*m, &t.s);
-    EXPECT_EQ(t.at(5, 5), 0x001F | 1 << 11);
-    calcPalette(*m);
-    SetSDLPalette(*m);
-    DmaRefresh(*m, &t.s);
-    EXPECT_EQ(t.at(5, 5), 1 << 11);
+    m->palette[3 * 7] = 0;  // a later present makes a new frame; the first stays
+    present_frame(*m);
+    EXPECT_EQ(first->pal[7], 0x001F | 1 << 11);
+    EXPECT_EQ(m->frame->pal[7], 1 << 11);
+    EXPECT_FALSE(m->frame->clean);
+    EXPECT_EQ(m->frame->number, first->number + 1);
 }
 
 TEST(Present, OneToOneCentresAndCropsTheMiddle) {
@@ -75,12 +71,12 @@ TEST(Present, OneToOneCentresAndCropsTheMiddle) {
     TestSurface full(320, 240);  // always 1:1, here at column 80, row 80
     DmaRefresh(*m, &full.s);
     expect_picture(full, 80, 80, 1, 160, 80);
-    m->ScreenWidth = 240, m->ScreenHeight = 160;
+    m->width = 240, m->height = 160;
     full.reset();
     DmaRefresh(*m, &full.s);
     expect_picture(full, 40, 40, 1, 240, 160);
 
-    m->ScreenWidth = 160, m->ScreenHeight = 80;
+    m->width = 160, m->height = 80;
     TestSurface narrow(100, 240);  // scale 0: cropped by 30 columns each side
     DmaRefresh(*m, &narrow.s);
     expect_picture(narrow, 0, 80, 1, 100, 80, 30);
@@ -106,7 +102,7 @@ TEST(Present, ScalerChoiceAndGeometryByFactor) {
 
     // Mono with the grid off takes the plain scalers as well.
     m->graph_mode = 1;
-    m->use_grid = 0;
+    m->grid = false;
     three.reset();
     DmaRefresh(*m, &three.s);
     expect_picture(three, 0, 80, 3, 160, 80);
@@ -115,37 +111,34 @@ TEST(Present, ScalerChoiceAndGeometryByFactor) {
 // The grid look at factors 3 and 4 through DmaRefresh is pinned by the
 // screen_reset and mono_grid_frame pictures.
 TEST(Present, GridShareStopsAtSixEighthsAndTheFixedFourTimesScalerDrawsLines) {
-    auto m = mono(160, 80);
-    const uint16_t paper = m->pal[0], ink = m->pal[1];
+    auto m = std::make_unique<Machine>();
+    m->graph_mode = 1;
+    SetPalette(*m);
+    m->palette[6] = 0xFF, m->palette[7] = m->palette[8] = 0;  // entry 2 blue
+    m->ScreenBuffer[0] = 1;
+    present_frame(*m);
+    const Frame& f = *m->frame;
+    const uint16_t paper = f.pal[0], ink = f.pal[1];
     uint16_t grid[2];
-    calc_grid(*m, grid, 9);
+    calc_grid(f, grid, 9);
     EXPECT_EQ(grid[1], 0x7C8F);  // 6/8 of the paper (21, 48, 21), rounded down, and black
 
-    // Called directly, the fixed scaler draws entry 2 (made blue here) on
-    // the last column and row of every block.
-    m->ScreenBuffer[0] = 1;
-    m->palette[6] = 0xFF, m->palette[7] = m->palette[8] = 0;
-    calcPalette(*m);
-    SetSDLPalette(*m);
+    // Called directly, the fixed scaler draws entry 2 on the last column and
+    // row of every block.
     TestSurface f4(640, 320);
-    Scale4X(*m, f4.s);
+    Scale4X(f, f4.s);
     EXPECT_EQ(f4.at(2, 2), ink);
     EXPECT_EQ(f4.at(3, 1), 0x001F);
     EXPECT_EQ(f4.at(1, 3), 0x001F);
     EXPECT_EQ(f4.at(7, 3), paper);
-}
 
-TEST(Present, NeedCleanClearsTheWholeSurfaceOnce) {
-    auto m = patterned(160, 80);
-    ClearNdsScreen(*m);
+    // A frame asking for a clean clears the whole surface first.
+    auto c = patterned(160, 80);
+    c->clean = true;
     TestSurface t(320, 240);
-    DmaRefresh(*m, &t.s);
+    DmaRefresh(*c, &t.s);
     EXPECT_EQ(t.at(0, 0), 0);
     EXPECT_EQ(t.at(320, 239), 0);  // row padding included
-    EXPECT_EQ(m->need_clean, 0);
-    t.reset();
-    DmaRefresh(*m, &t.s);
-    EXPECT_EQ(t.at(0, 0), kUntouched);
 }
 
 TEST(Present, OddSurfacesAndScreenSizesStayInBounds) {
@@ -166,11 +159,11 @@ TEST(Present, OddSurfacesAndScreenSizesStayInBounds) {
     EXPECT_EQ(t.at(0, 0), kUntouched);
     EXPECT_TRUE(t.margins_untouched());
 
-    m->ScreenWidth = m->ScreenHeight = 5000;  // read as the whole plane
+    m->width = m->height = 5000;  // read as the whole plane
     TestSurface full(320, 240);
     DmaRefresh(*m, &full.s);
     expect_picture(full, 0, 0, 1, 320, 240);
-    m->ScreenWidth = -4;
+    m->width = -4;
     full.reset();
     DmaRefresh(*m, &full.s);
     EXPECT_EQ(full.at(0, 0), kUntouched);
@@ -181,7 +174,7 @@ TEST(Present, OddSurfacesAndScreenSizesStayInBounds) {
 TEST(Screenshot, ComparisonNamesTheFirstDifferingPixel) {
     const std::string dir = ::testing::TempDir();
     auto m = patterned(160, 80);
-    SetPalette(*m);
+    for (int i = 0; i < 768; ++i) m->palette[i] = uint8_t(i * 7);
     const RgbImage img = guest_picture(*m);
     std::string error;
     ASSERT_TRUE(write_png(img, dir + "/shot.png", &error)) << error;

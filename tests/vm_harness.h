@@ -12,18 +12,11 @@
 #include "vm/loader.h"
 #include "vm/opcodes.h"
 
-// A host that records the log, never sleeps, lets the tick counter advance
-// by one per reading and has no keys to give.
+// A host that records the log. The machine runs on its virtual clock.
 struct TestHost : Host {
     std::string logged;
-    int refreshes = 0;
-    int millis = 0;
     void log(std::string_view text) override { logged += text; }
     void console_write(std::string_view) override {}
-    bool keep_waiting(Machine&) override { return false; }
-    int GetMillisecond_os() override { return millis++ & 0xFF; }
-    void Sleep_os(uint32_t) override {}
-    void HardwareRefresh(Machine&) override { ++refreshes; }
 };
 
 // Bytecode builder: ops by mnemonic, operands little-endian.
@@ -64,8 +57,16 @@ struct Vm {
         set_image(*m, image_from_bytes(file.data(), file.size()));
         tvxReset(*m);
     }
-    // Runs until the program ends (or the step budget runs out).
-    uint64_t run(uint64_t max_steps = 1000000) { return vm_run_steps(*m, max_steps); }
+    // Runs until the program ends or waits (or the step budget runs out),
+    // going on after presents.
+    uint64_t run(uint64_t max_steps = 1000000) {
+        uint64_t n = 0;
+        do {
+            if (m->stop == Stop::Frame) m->stop = Stop::None;
+            n += vm_run_steps(*m, max_steps - n);
+        } while (n < max_steps && m->stop == Stop::Frame);
+        return n;
+    }
     // Cell i below the top of the evaluation stack (0 = top).
     uint32_t cell(int i = 0) const {
         return lRamRead4(*m, m->eval_stack + static_cast<uint8_t>(m->eval_top - 4 * (i + 1)));

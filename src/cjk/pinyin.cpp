@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "vm/cpu.h"
 
 namespace {
 
@@ -44,15 +43,4 @@ uint32_t GetGBCodeByPY(uint32_t k, const char* py, uint8_t* out) {
     std::memcpy(out, pinyin_data + b + 2 * k, 2 * m);
     out[2 * m] = 0;
     return n << 16 | m;
-}
-
-uint32_t PY2GB(Cpu& c, uint32_t py, uint32_t buf, uint32_t first) {
-    char key[7] = {};
-    for (uint32_t i = 0; i < 6; ++i)
-        if ((key[i] = static_cast<char>(lRamRead(c, py + i))) == 0) break;
-    uint8_t out[2 * kPinyinPage + 1];
-    const uint32_t r = GetGBCodeByPY(first, key, out);
-    if (r != 0xFFFFFFFFu)
-        for (uint32_t i = 0; i <= 2 * (r & 0xFFFF); ++i) lRamWrite(c, buf + i, out[i]);
-    return r;
 }

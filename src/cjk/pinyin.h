@@ -9,8 +9,6 @@
 
 #include <cstdint>
 
-struct Cpu;
-
 extern "C" const unsigned char pinyin_data[];
 extern "C" const unsigned long pinyin_data_size;
 
@@ -32,7 +30,3 @@ uint32_t get_seq_no(const char* py);
 // (characters written), or 0xFFFFFFFF, leaving out alone, when py is empty or
 // unknown or k is past its last character.
 uint32_t GetGBCodeByPY(uint32_t k, const char* py, uint8_t* out);
-
-// GetGBCodeByPY over guest memory: the syllable at guest address py, the
-// characters to guest address buf.
-uint32_t PY2GB(Cpu& c, uint32_t py, uint32_t buf, uint32_t first);

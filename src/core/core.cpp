@@ -25,29 +25,36 @@ struct CoreInput {
 };
 
 // The machine's host inside the core: the sinks, and the real clocks.
+// Console text is gathered and handed on by the line (and before a log line,
+// and when a run returns), so that output byte by byte costs no system call
+// per byte.
 struct CoreHost : Host {
     Core* core = nullptr;
-    bool set_host_clock = false;
+    std::string console_text;
 
+    void flush_console() {
+        if (console_text.empty()) return;
+        if (core->sinks.console)
+            core->sinks.console(console_text);
+        else
+            Host::console_write(console_text);
+        console_text.clear();
+    }
     void log(std::string_view text) override {
+        flush_console();
         if (core->sinks.log)
             core->sinks.log(text);
         else
             Host::log(text);
     }
     void console_write(std::string_view text) override {
-        if (core->sinks.console)
-            core->sinks.console(text);
-        else
-            Host::console_write(text);
-    }
-    void SetLocalTime_os(const LocalTime& t) override {
-        if (set_host_clock) Host::SetLocalTime_os(t);
+        console_text += text;
+        if (text.find('\n') != std::string_view::npos || console_text.size() >= 65536) flush_console();
     }
 };
 
 Core::Core() : input(std::make_unique<CoreInput>()), host(std::make_unique<CoreHost>()) { host->core = this; }
-Core::~Core() = default;
+Core::~Core() { host->flush_console(); }
 
 namespace {
 
@@ -104,7 +111,6 @@ std::string core_load(Core& core, const LoadOptions& o) {
 
     auto m = std::make_unique<Machine>();
     m->host = core.host.get();
-    core.host->set_host_clock = o.set_host_clock;
     m->tvxFilePath = program;
     m->tvxProgArgs = o.args;
     m->single_program_mode = o.single_program ? 1 : 0;
@@ -178,6 +184,7 @@ RunResult core_run(Core& core, const RunBudget& budget) {
         r.steps += core.sinks.trace ? vm_run_traced(m, n, core.sinks.trace) : vm_run_steps(m, n);
     }
     m.stop = Stop::None;
+    core.host->flush_console();
     if (r.steps > 0 || m.wait.kind != WaitKind::Time) core.input->unseen = 0;
     if (m.need_refresh) present_frame(m);
     r.new_frame = m.frame_number != frames_before;
@@ -234,6 +241,7 @@ bool core_ended(const Core& core) { return core.loaded && core.machine->exited &
 int32_t core_exit_code(const Core& core) { return core.loaded ? core.machine->exit_code : -1; }
 
 void core_close_files(Core& core) {
+    core.host->flush_console();
     if (core.loaded) close_all_files(*core.machine);
 }
 

@@ -57,9 +57,6 @@ struct LoadOptions {
     // run is reproducible. Otherwise guest time is the host's real time.
     bool virtual_clock = true;
     bool grid = true;  // grid look for enlarged monochrome screens
-    // Real clock only: the guest setting the time sets the host's clock
-    // (when the process may). Otherwise only the guest's calendar moves.
-    bool set_host_clock = false;
 };
 
 // Where the log and the guest's console text go (UTF-8). Unset: standard

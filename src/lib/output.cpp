@@ -15,10 +15,10 @@ namespace {
 constexpr uint32_t kScanLimit = kRamSize;
 // Widths beyond this are taken as this, so a hostile width cannot flood the output.
 constexpr uint32_t kMaxWidth = 0xFFFF;
-// Most bytes one call writes. A format of the whole block full of "%s" over
-// strings without terminators would otherwise keep the call busy for hours;
-// no valid program comes near this.
-constexpr uint64_t kOutputLimit = 16 * uint64_t{kRamSize};
+// Most bytes one call writes: as much as the guest's memory holds. A format
+// full of "%s" over strings without terminators would otherwise keep the call
+// busy for a long time; no valid program comes near this.
+constexpr uint64_t kOutputLimit = kRamSize;
 
 // Where formatted text goes: the console (printf) or guest memory (sprintf).
 struct Sink {

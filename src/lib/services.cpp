@@ -6,6 +6,19 @@
 
 namespace {
 
+// Pinyin lookup over guest memory: the syllable at guest address py, the
+// characters to guest address buf.
+uint32_t PY2GB(Machine& m, uint32_t py, uint32_t buf, uint32_t first) {
+    char key[7] = {};
+    for (uint32_t i = 0; i < 6; ++i)
+        if ((key[i] = static_cast<char>(lRamRead(m, py + i))) == 0) break;
+    uint8_t out[2 * kPinyinPage + 1];
+    const uint32_t r = GetGBCodeByPY(first, key, out);
+    if (r != 0xFFFFFFFFu)
+        for (uint32_t i = 0; i <= 2 * (r & 0xFFFF); ++i) lRamWrite(m, buf + i, out[i]);
+    return r;
+}
+
 // Decodes one frame: a plain copy, a run-length frame (method 1) or a
 // difference against the frame already at dst (method 2). The end of the
 // frame is tested only before each control byte.

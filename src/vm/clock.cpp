@@ -63,20 +63,23 @@ uint64_t GetNanoSeconds_os(Machine& m) {
 }
 
 LocalTime GetLocalTime_os(Machine& m) {
-    if (!m.clock.virtual_time) return m.host->GetLocalTime_os();
-    const time_t now =
-        virtual_epoch() + static_cast<time_t>(m.clock.now_ns / 1000000000ULL) + m.clock.calendar_offset_s;
+    time_t now = 0;
+    if (m.clock.virtual_time) {
+        now = virtual_epoch() + static_cast<time_t>(m.clock.now_ns / 1000000000ULL);
+    } else {
+        // The host's local time, taken as the calendar fields it shows.
+        tm t{};
+        to_tm(m.host->GetLocalTime_os(), &t);
+        now = timegm(&t);
+    }
+    now += m.clock.calendar_offset_s;
     tm out{};
     gmtime_r(&now, &out);
     return {out.tm_year + 1900, out.tm_mon + 1, out.tm_mday, out.tm_hour, out.tm_min, out.tm_sec, out.tm_wday};
 }
 
 void SetLocalTime_os(Machine& m, const LocalTime& lt) {
-    if (!m.clock.virtual_time) {
-        m.host->SetLocalTime_os(lt);
-        return;
-    }
-    // The virtual calendar moves; the host's clock is never touched.
+    // The guest's calendar moves; the host's clock is never touched.
     tm t{}, n{};
     to_tm(lt, &t);
     to_tm(GetLocalTime_os(m), &n);

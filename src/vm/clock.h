@@ -19,7 +19,9 @@ inline constexpr LocalTime kVirtualEpoch{2024, 1, 1, 0, 0, 0, 1};
 struct GuestClock {
     bool virtual_time = true;
     uint64_t now_ns = 0;            // virtual: guest time since the load
-    int64_t calendar_offset_s = 0;  // virtual: shift made by the guest setting the time
+    // What the guest's setting of the time moved its calendar by; the host's
+    // clock is never changed.
+    int64_t calendar_offset_s = 0;
     uint64_t real_start_ns = 0;     // real: the host's monotonic time at the load
     // The running slice ends when guest time reaches this.
     uint64_t horizon_ns = UINT64_MAX;

@@ -45,13 +45,6 @@ void to_tm(const LocalTime& lt, struct tm* out) {
     out->tm_isdst = 0;
 }
 
-void Host::SetLocalTime_os(const LocalTime& lt) {
-    tm t{};
-    to_tm(lt, &t);
-    const timespec ts{mktime(&t), 0};
-    (void)clock_settime(CLOCK_REALTIME, &ts);  // without the right to do so nothing happens
-}
-
 Host& default_host() {
     static Host host;
     return host;

@@ -30,9 +30,6 @@ struct Host {
     // Monotonic clock in 100-nanosecond units.
     virtual uint64_t GetNanoSeconds_os();
     virtual LocalTime GetLocalTime_os();
-    // Sets the host's real-time clock; without the right to do so nothing
-    // happens.
-    virtual void SetLocalTime_os(const LocalTime& t);
 };
 
 // A stateless host on the real clocks and standard output.
