@@ -30,7 +30,6 @@ int main(int argc, char** argv) {
     opts.args = fe.start.tvxProgArgs;
     opts.single_program = fe.start.single_program_mode;
     opts.virtual_clock = false;
-    opts.set_host_clock = true;
     if (const std::string err = core_load(fe.core, opts); !err.empty()) {
         std::fprintf(stderr, "tvm2: %s\n", err.c_str());
         return kStatusLoad;

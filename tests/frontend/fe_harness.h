@@ -55,9 +55,9 @@ inline void assemble_to(const fs::path& p, const std::string& source) {
 // A front-end without a window unless a test opens one; load() starts a
 // program on the real clock, as tvm2 does.
 struct TestFrontend {
-    Frontend fe;
-    std::string log, console;
+    std::string log, console;  // outlive the core, which writes to them until its end
     TempDir dir;
+    Frontend fe;
     TestFrontend() {
         fe.core.sinks.log = [this](std::string_view t) { log += t; };
         fe.core.sinks.console = [this](std::string_view t) { console += t; };
