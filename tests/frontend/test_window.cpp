@@ -13,7 +13,7 @@ void expect_rect(const SDL_Rect& r, int x, int y, int w, int h) {
     EXPECT_EQ(r.h, h);
 }
 
-TEST(FrameGeometry, ScreensAreCutFromTheMiddleOrFillTheSurfaceAndFitTheWindow) {
+TEST(FrameGeometry, ScreensFitTheWindowAndOnlyGrowingWindowsAreAdopted) {
     FrameRects r = frame_rects(240, 160, 320, 240, 640, 480, false);
     expect_rect(r.src, 40, 40, 240, 160);
     expect_rect(r.dst, 0, 27, 640, 426);  // 640 * 160 / 240 = 426 rows, (480 - 426) / 2 above
@@ -25,13 +25,10 @@ TEST(FrameGeometry, ScreensAreCutFromTheMiddleOrFillTheSurfaceAndFitTheWindow) {
     // A 480x640 display: landscape 640x480, turned, centred on the display.
     r = frame_rects(240, 160, 320, 240, 640, 480, true);
     expect_rect(r.dst, -80, 107, 640, 426);
-}
 
-TEST(FrameGeometry, HandheldDesktopsAndWindowResizes) {
     EXPECT_TRUE(desktop_is_handheld(1024, 600));
     EXPECT_FALSE(desktop_is_handheld(1025, 600));
     EXPECT_FALSE(desktop_is_handheld(1024, 601));
-
     Frontend fe;
     fe.windowWidth = 640;
     fe.windowHeight = 480;
