@@ -138,11 +138,10 @@ TEST(TextOut, CodesWithoutGlyphs) {
     c.m->bgcolor = 5;
     c.m->fgcolor = 7;
     std::memset(c.m->ScreenBuffer, 0x99, kPlaneSize);
-    c.m->no_buf = 0x40;
-    c.m->lcmd = 1;
+    const Pen copy{1, 0x40, 0};
     // An ASCII code of 128 or more gives pixel value 0, not the background.
-    font_6x12(*c.m, 0, 0, 200);
-    font_8x16(*c.m, 10, 0, 128);
+    font_6x12(*c.m, copy, 0, 0, 200);
+    font_8x16(*c.m, copy, 10, 0, 128);
     EXPECT_EQ(c.vis(5, 11) + c.vis(10, 0) + c.vis(17, 15), 0);
     EXPECT_EQ(c.vis(6, 0), 0x99);
     EXPECT_EQ(c.vis(10, 16), 0x99);
@@ -160,9 +159,7 @@ TEST(TextOut, CodesWithoutGlyphs) {
     ScreenVm g(4);
     g.m->bgcolor = 3;
     std::memset(g.m->ScreenBuffer, 0x99, kPlaneSize);
-    g.m->no_buf = 0x40;
-    g.m->lcmd = 1;
-    font_8x16(*g.m, 0, 0, 255);
+    font_8x16(*g.m, copy, 0, 0, 255);
     EXPECT_EQ(g.vis(7, 15), 0);
     EXPECT_EQ(g.vis(8, 15), 0x99);
 }
@@ -180,9 +177,7 @@ TEST(ConsolePaint, RowMaskKeepsRowsAsTheyAreOnTheScreen) {
     setscreen(m, 0);  // 20 x 5 cells
     std::memset(m.ScreenBuffer, 0xAA, sizeof m.ScreenBuffer);
     set_cells(m, 0, "A");
-    m.negative = 0x20;
     update_lcd_0(m);
-    EXPECT_EQ(m.negative, 0);  // the console never draws mirrored
     EXPECT_TRUE(s.refreshed());
     expect_glyph(s, true, kLarge, 'A', 0, 0, 1, 0);
 

@@ -69,17 +69,6 @@ TEST(FsPath, RootsAndHostNames) {
     EXPECT_STREQ(f.RootPath, "TovixOS/PROGRAM/game/");
 }
 
-TEST(FsPath, BoundedCopiesReturnTheSizeWhenCut) {
-    char buf[8];
-    EXPECT_EQ(my_strlcpy(buf, "abc", sizeof buf), 3u);
-    EXPECT_EQ(my_strlcpy(buf, "abcdefghij", sizeof buf), 8u);  // cut: the size, not the length
-    EXPECT_STREQ(buf, "abcdefg");
-    std::strcpy(buf, "ab");
-    EXPECT_EQ(my_strlcat(buf, "cd", sizeof buf), 4u);
-    EXPECT_EQ(my_strlcat(buf, "efghij", sizeof buf), 10u);
-    EXPECT_STREQ(buf, "abcdefg");
-}
-
 // A directory the guest makes gets the permission bits 0 exactly as passed
 // (fs_dirs checks making, changing and refusals end to end).
 TEST(FsPath, MadeDirectoriesHavePermissionBitsZero) {

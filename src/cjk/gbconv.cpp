@@ -92,8 +92,3 @@ size_t utf8_to_gb(const char* src, size_t src_size, char* dst, size_t dst_size, 
         if (len == 2) dst[n++] = static_cast<char>(code[1]);
     }
 }
-
-const char* utf8_to_gb_static(const char* src, size_t src_size, GbStaticBuffer& buf) {
-    utf8_to_gb(src, src_size, buf.text, sizeof buf.text);
-    return buf.text;
-}

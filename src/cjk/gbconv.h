@@ -37,21 +37,8 @@ size_t gb_to_utf8(const char* src, size_t src_size, char* dst, size_t dst_size, 
 // conversion. Result and *complete as for gb_to_utf8.
 size_t utf8_to_gb(const char* src, size_t src_size, char* dst, size_t dst_size, bool* complete = nullptr);
 
-// The same converters for callers that hold GB text as unsigned bytes.
+// The same converter for callers that hold GB text as unsigned bytes.
 inline size_t gb_to_utf8(const uint8_t* src, size_t src_size, char* dst, size_t dst_size,
                          bool* complete = nullptr) {
     return gb_to_utf8(reinterpret_cast<const char*>(src), src_size, dst, dst_size, complete);
 }
-inline size_t utf8_to_gb(const char* src, size_t src_size, uint8_t* dst, size_t dst_size,
-                         bool* complete = nullptr) {
-    return utf8_to_gb(src, src_size, reinterpret_cast<char*>(dst), dst_size, complete);
-}
-
-// The 4096-byte result buffer of utf8_to_gb_static; its owner keeps it, and
-// each call overwrites it.
-struct GbStaticBuffer {
-    char text[4096];
-};
-
-// Converts src into buf (cut to fit) and returns buf.text.
-const char* utf8_to_gb_static(const char* src, size_t src_size, GbStaticBuffer& buf);

@@ -27,10 +27,6 @@ uint32_t row_bytes(Fmt f, uint32_t w) {
     return w;
 }
 
-// Screen size as drawing bounds, never larger than a plane.
-int32_t screen_w(const Machine& m) { return std::clamp(m.ScreenWidth, 0, kPlaneStride); }
-int32_t screen_h(const Machine& m) { return std::clamp(m.ScreenHeight, 0, kPlaneSize / kPlaneStride); }
-
 uint8_t source_byte(Machine& m, const BitmapSource& s, uint32_t off) {
     if (s.host) return off < s.size ? s.host[off] : 0;
     return lRamRead(m, s.guest + off);
@@ -92,11 +88,11 @@ bool mirrors(Fmt f, uint32_t w) {
 // Clips the bitmap to the screen and draws each visible pixel through
 // op(screen byte, source pixel).
 template <class Op>
-void blit(Machine& m, uint16_t x16, uint16_t y16, uint16_t w16, uint16_t h16, const BitmapSource& data, Op op) {
+void blit(Machine& m, const Pen& pen, uint16_t x16, uint16_t y16, uint16_t w16, uint16_t h16, const BitmapSource& data, Op op) {
     const Fmt f = fmt_of(m);
     const int32_t sw = screen_w(m), sh = screen_h(m);
     const uint32_t w = w16, bpr = row_bytes(f, w);
-    const bool mirror = m.negative && mirrors(f, w);
+    const bool mirror = pen.negative && mirrors(f, w);
 
     // Rows: a y at or below the bottom edge is a negative 16-bit value.
     int32_t y = y16, h = h16;
@@ -126,10 +122,7 @@ void blit(Machine& m, uint16_t x16, uint16_t y16, uint16_t w16, uint16_t h16, co
     if (h <= 0 || cols <= 0) return;
 
     for (int32_t r = 0; r < h; ++r) {
-        m.xx = static_cast<uint16_t>(x);
-        m.yy = static_cast<uint16_t>(y + r);
-        ByteAddr(m);
-        uint8_t* dst = m.ScreenBuffer + m.m1l;
+        uint8_t* dst = m.ScreenBuffer + ByteAddr(static_cast<uint16_t>(x), static_cast<uint16_t>(y + r), pen.no_buf);
         const uint32_t row = src_row + static_cast<uint32_t>(r);
         for (int32_t i = 0; i < cols; ++i) {
             uint32_t col = src_col + static_cast<uint32_t>(i);
@@ -155,32 +148,32 @@ void guest_zero(Machine& m, uint32_t addr, uint32_t n) {
 
 }  // namespace
 
-void write81(Machine& m, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    blit(m, x, y, w, h, data, [](uint8_t, uint8_t s) { return s; });
+void write81(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
+    blit(m, pen, x, y, w, h, data, [](uint8_t, uint8_t s) { return s; });
 }
 
-void write86(Machine& m, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    blit(m, x, y, w, h, data, [](uint8_t d, uint8_t s) { return s ? s : d; });
+void write86(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
+    blit(m, pen, x, y, w, h, data, [](uint8_t d, uint8_t s) { return s ? s : d; });
 }
 
-void write8(Machine& m, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    const uint8_t cmd = m.lcmd;
-    blit(m, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::byte, cmd, d, s); });
+void write8(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
+    const uint8_t cmd = pen.lcmd;
+    blit(m, pen, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::byte, cmd, d, s); });
 }
 
-void write_comm(Machine& m, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
+void write_comm(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
     const Fmt f = fmt_of(m);
     if (f == Fmt::byte) {
-        if (m.lcmd == 1)
-            write81(m, x, y, w, h, data);
-        else if (m.lcmd == 6)
-            write86(m, x, y, w, h, data);
+        if (pen.lcmd == 1)
+            write81(m, pen, x, y, w, h, data);
+        else if (pen.lcmd == 6)
+            write86(m, pen, x, y, w, h, data);
         else
-            write8(m, x, y, w, h, data);
+            write8(m, pen, x, y, w, h, data);
         return;
     }
-    const uint8_t cmd = m.lcmd;
-    blit(m, x, y, w, h, data, [f, cmd](uint8_t d, uint8_t s) { return combine(f, cmd, d, s); });
+    const uint8_t cmd = pen.lcmd;
+    blit(m, pen, x, y, w, h, data, [f, cmd](uint8_t d, uint8_t s) { return combine(f, cmd, d, s); });
 }
 
 void c_writeblock(Machine& m) {
@@ -196,11 +189,9 @@ void c_writeblock(Machine& m) {
     const auto y = static_cast<uint16_t>(m.a1);
     get_val(m);
     const auto x = static_cast<uint16_t>(m.a1);
-    m.no_buf = type & 0x40;
-    m.negative = type & 0x20;
-    m.lcmd = type & 15;
-    write_comm(m, x, y, w, h, guest_bitmap(addr));
-    if (m.no_buf) ToviNeedRefresh(m);
+    const Pen pen{static_cast<uint8_t>(type & 15), static_cast<uint8_t>(type & 0x40), static_cast<uint8_t>(type & 0x20)};
+    write_comm(m, pen, x, y, w, h, guest_bitmap(addr));
+    if (pen.no_buf) ToviNeedRefresh(m);
 }
 
 // Packs a screen area into guest memory. Rows are read 320 bytes apart with
@@ -210,7 +201,7 @@ void c_getblock(Machine& m) {
     get_val(m);
     uint32_t addr = guest_addr(m, m.a1);
     get_val(m);
-    m.no_buf = m.a1 & 0x40;
+    const bool visible = m.a1 & 0x40;
     get_val(m);
     uint32_t height = static_cast<uint16_t>(m.a1);
     get_val(m);
@@ -236,7 +227,7 @@ void c_getblock(Machine& m) {
 
     const uint8_t* store = m.ScreenBuffer;
     auto px = [store](uint32_t i) -> uint8_t { return i < kStoreSize ? store[i] : 0; };
-    const uint32_t plane = m.no_buf ? 0 : kPlaneSize;
+    const uint32_t plane = visible ? 0 : kPlaneSize;
     for (uint32_t r = 0; r < height; ++r) {
         const uint32_t src = plane + (y + r) * 320 + x;
         if (src >= kStoreSize) {

@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "display/screen.h"
+
 struct Machine;
 
 // Where write_comm reads a bitmap: a host buffer (a converted glyph) when
@@ -22,13 +24,13 @@ struct BitmapSource {
 inline BitmapSource guest_bitmap(uint32_t addr) { return BitmapSource{nullptr, 0, addr}; }
 inline BitmapSource host_bitmap(const uint8_t* p, uint32_t n) { return BitmapSource{p, n, 0}; }
 
-// Draws a w x h bitmap at (x, y) with the draw mode lcmd, the mirror flag
-// negative and the plane no_buf, clipped to the screen. A coordinate at or
+// Draws a w x h bitmap at (x, y) with the pen's draw mode, mirror flag and
+// plane, clipped to the screen. A coordinate at or
 // beyond the screen edge is read as a negative 16-bit value.
-void write_comm(Machine& m, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
+void write_comm(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
 
 // The mode 8 writers write_comm picks: plain copy (lcmd 1), copy where the
 // source is not 0 (lcmd 6), and every other draw mode.
-void write81(Machine& m, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
-void write86(Machine& m, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
-void write8(Machine& m, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
+void write81(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
+void write86(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
+void write8(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);

@@ -90,6 +90,9 @@ bool row_masked(const Machine& m, int32_t r) {
     return r < 64 && (m.line_mode & (top >> r));
 }
 
+// The grid is copied onto the visible plane, never mirrored.
+constexpr Pen kGridPen{1, 0x40, 0};
+
 // Draws grid row r with its cells `pitch` pixels apart from (left, top). A
 // byte of 0x80 or more takes the next cell as its trail byte, even when that
 // cell starts the next row.
@@ -102,15 +105,15 @@ void paint_row(Machine& m, int32_t r, int32_t left, int32_t top, int32_t pitch, 
         if (ch >= 0x80) {
             const uint8_t lo = lRamRead(m, row + static_cast<uint32_t>(c + 1));
             if (large)
-                font_16x16(m, x, y, ch, lo);
+                font_16x16(m, kGridPen, x, y, ch, lo);
             else
-                font_12x12(m, x, y, ch, lo);
+                font_12x12(m, kGridPen, x, y, ch, lo);
             c += 2;
         } else {
             if (large)
-                font_8x16(m, x, y, ch);
+                font_8x16(m, kGridPen, x, y, ch);
             else
-                font_6x12(m, x, y, ch);
+                font_6x12(m, kGridPen, x, y, ch);
             ++c;
         }
     }
@@ -125,8 +128,6 @@ void fill_row(Machine& m, int32_t y, uint8_t v) {
 }  // namespace
 
 void update_lcd_large(Machine& m) {
-    m.no_buf = 0x40;
-    m.lcmd = 1;
     for (int32_t r = 0; r < m.curr_RPS; ++r)
         if (!row_masked(m, r)) paint_row(m, r, 0, 16 * r, 8, true);
 }
@@ -135,8 +136,6 @@ void update_lcd_large(Machine& m) {
 // below the grid, one separator row between grid rows, and small_left
 // columns at each side.
 void update_lcd_small(Machine& m) {
-    m.no_buf = 0x40;
-    m.lcmd = 0;
     const auto paper = static_cast<uint8_t>(m.graph_mode == 1 ? 0 : m.bgcolor);
     const int32_t sw = std::min(m.ScreenWidth, kPlaneStride);
     const int32_t sh = std::min(m.ScreenHeight, kPlaneSize / kPlaneStride);
@@ -148,13 +147,11 @@ void update_lcd_small(Machine& m) {
             for (int32_t x : {i, sw - 1 - i})
                 if (x >= 0 && x < sw) m.ScreenBuffer[y * kPlaneStride + x] = paper;
 
-    m.lcmd = 1;
     for (int32_t r = 0; r < m.curr_RPS; ++r)
         if (!row_masked(m, r)) paint_row(m, r, m.small_left, m.small_up + 13 * r, 6, false);
 }
 
 void update_lcd_0(Machine& m) {
-    m.negative = 0;
     if (m.scr_mode)
         update_lcd_small(m);
     else

@@ -3,6 +3,7 @@
 #include "display/draw.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 
@@ -17,8 +18,8 @@ constexpr uint32_t kBufferBytes = sizeof(Screen::ScreenBuffer);
 uint8_t invert_mask(const Screen& s) { return s.graph_mode == 1 ? 1 : s.graph_mode == 4 ? 15 : 0xFF; }
 
 // Applies lcmd to n bytes at p.
-void apply_run(Screen& s, uint8_t* p, uint32_t n) {
-    switch (s.lcmd) {
+void apply_run(const Screen& s, uint8_t lcmd, uint8_t* p, uint32_t n) {
+    switch (lcmd) {
         case 0: std::memset(p, s.graph_mode == 1 ? 0 : static_cast<uint8_t>(s.bgcolor), n); break;
         case 1: std::memset(p, s.graph_mode == 1 ? 1 : static_cast<uint8_t>(s.fgcolor), n); break;
         case 2: {
@@ -31,145 +32,120 @@ void apply_run(Screen& s, uint8_t* p, uint32_t n) {
 }
 
 // PutPixelx on coordinates that cannot overflow.
-void plot(Machine& m, int64_t x, int64_t y) {
+void plot(Machine& m, const Pen& pen, int64_t x, int64_t y) {
     if (x < 0 || y < 0 || x >= screen_w(m) || y >= screen_h(m)) return;
-    m.xx = static_cast<uint16_t>(x);
-    m.yy = static_cast<uint16_t>(y);
-    put_dot(m);
+    put_dot(m, pen, static_cast<uint16_t>(x), static_cast<uint16_t>(y));
 }
 
-// vline along column x from row y0 to row y1 (either order).
-void column(Machine& m, uint16_t x, uint16_t y0, uint16_t y1) {
+// Orders the corners and clamps them to the screen; false when nothing is left.
+bool block_check(const Machine& m, Corners& c) {
+    if (c.Y0 > c.Y1) std::swap(c.Y0, c.Y1);
+    if (c.x0 > c.x1) std::swap(c.x0, c.x1);
+    if (c.x0 >= screen_w(m) || c.Y0 >= screen_h(m)) return false;
+    c.x1 = static_cast<uint16_t>(std::min<int>(c.x1, screen_w(m) - 1));
+    c.Y1 = static_cast<uint16_t>(std::min<int>(c.Y1, screen_h(m) - 1));
+    return true;
+}
+
+// Clips the run x0..x1 of row Y0 to the screen; false when nothing is left.
+bool hline_check(const Machine& m, Corners& c) {
+    if (c.Y0 >= screen_h(m)) return false;
+    if (c.x0 > c.x1) std::swap(c.x0, c.x1);
+    if (c.x0 >= screen_w(m)) return false;
+    c.x1 = static_cast<uint16_t>(std::min<int>(c.x1, screen_w(m) - 1));
+    return true;
+}
+
+// Rows with a filled shape on them: the half-width of the shape on each
+// row, -1 for a row it does not touch.
+using CircleRows = std::array<int32_t, kPlaneSize / kPlaneStride>;
+
+// Four-way symmetric plot of a circle or ellipse point; with rows, records
+// the half-width dx for rows cy - dy and cy + dy there instead.
+void put_dot4(Machine& m, const Pen& pen, int32_t cx, int32_t cy, int32_t dx, int32_t dy, CircleRows* rows) {
+    if (rows) {
+        for (const int64_t r : {int64_t{cy} - dy, int64_t{cy} + dy})
+            if (r >= 0 && r < screen_h(m) && dx >= (*rows)[r]) (*rows)[r] = dx;
+        return;
+    }
+    const int64_t x = cx, y = cy;
+    if (dx != 0 && dy != 0) {
+        plot(m, pen, x + dx, y + dy);
+        plot(m, pen, x - dx, y + dy);
+        plot(m, pen, x + dx, y - dy);
+        plot(m, pen, x - dx, y - dy);
+    } else if (dx != 0) {
+        plot(m, pen, x + dx, y);
+        plot(m, pen, x - dx, y);
+    } else {
+        plot(m, pen, x, y + dy);
+        plot(m, pen, x, y - dy);
+    }
+}
+
+}  // namespace
+
+void put_dot(Machine& m, const Pen& pen, uint16_t xx, uint16_t yy) {
+    if (xx >= screen_w(m) || yy >= screen_h(m)) return;
+    apply_run(m, pen.lcmd, m.ScreenBuffer + ByteAddr(xx, yy, pen.no_buf), 1);
+}
+
+uint8_t get_dot(const Machine& m, uint8_t no_buf, uint16_t xx, uint16_t yy) {
+    const uint32_t at = ByteAddr(xx, yy, no_buf);
+    return at < kBufferBytes ? m.ScreenBuffer[at] : 0;
+}
+
+void PutPixelx(Machine& m, const Pen& pen, int32_t x, int32_t y) { plot(m, pen, x, y); }
+
+void hline(Machine& m, const Pen& pen, uint16_t x0, uint16_t x1, uint16_t y) {
+    const uint32_t at = ByteAddr(x0, y, pen.no_buf);
+    if (at >= kBufferBytes) return;
+    const uint32_t n = static_cast<uint16_t>(x1 - x0 + 1);
+    apply_run(m, pen.lcmd, m.ScreenBuffer + at, std::min(n, kBufferBytes - at));
+}
+
+void vline(Machine& m, const Pen& pen, uint16_t x, uint16_t y0, uint16_t y1) {
     if (screen_h(m) == 0) return;
     const uint32_t lo = std::min(y0, y1), hi = std::max(y0, y1);
     // Rows from the screen height on are dropped by put_dot anyway; stopping
     // there also keeps a run that ends at row 65,535 from wrapping round.
     const uint32_t end = std::min<uint32_t>(hi, static_cast<uint32_t>(screen_h(m)) - 1);
-    m.xx = x;
-    for (uint32_t y = lo; y <= end; ++y) {
-        m.yy = static_cast<uint16_t>(y);
-        put_dot(m);
-    }
+    for (uint32_t y = lo; y <= end; ++y) put_dot(m, pen, x, static_cast<uint16_t>(y));
 }
 
-// hline on row y, leaving Y0 as it was.
-void row(Machine& m, uint16_t y) {
-    const uint16_t keep = m.Y0;
-    m.Y0 = y;
-    hline(m);
-    m.Y0 = keep;
+void block_draw(Machine& m, const Pen& pen, Corners c) {
+    if (!block_check(m, c)) return;
+    for (uint32_t y = c.Y0; y <= c.Y1; ++y) hline(m, pen, c.x0, c.x1, static_cast<uint16_t>(y));
 }
 
-}  // namespace
-
-void put_dot(Machine& m) {
-    if (m.xx >= screen_w(m) || m.yy >= screen_h(m)) return;
-    ByteAddr(m);
-    apply_run(m, m.ScreenBuffer + m.m1l, 1);
-}
-
-uint8_t get_dot(Machine& m) {
-    ByteAddr(m);
-    return m.m1l < kBufferBytes ? m.ScreenBuffer[m.m1l] : 0;
-}
-
-void PutPixelx(Machine& m, int32_t x, int32_t y) { plot(m, x, y); }
-
-void hline(Machine& m) {
-    m.xx = m.x0;
-    m.yy = m.Y0;
-    ByteAddr(m);
-    if (m.m1l >= kBufferBytes) return;
-    const uint32_t n = static_cast<uint16_t>(m.x1 - m.x0 + 1);
-    apply_run(m, m.ScreenBuffer + m.m1l, std::min(n, kBufferBytes - m.m1l));
-}
-
-void vline(Machine& m) { column(m, m.x0, m.Y0, m.Y1); }
-
-int block_check(Machine& m) {
-    if (m.Y0 > m.Y1) std::swap(m.Y0, m.Y1);
-    if (m.x0 > m.x1) std::swap(m.x0, m.x1);
-    if (m.x0 >= screen_w(m) || m.Y0 >= screen_h(m)) return 0;
-    m.x1 = static_cast<uint16_t>(std::min<int>(m.x1, screen_w(m) - 1));
-    m.Y1 = static_cast<uint16_t>(std::min<int>(m.Y1, screen_h(m) - 1));
-    return 1;
-}
-
-int hline_check(Machine& m) {
-    if (m.Y0 >= screen_h(m)) return 0;
-    if (m.x0 > m.x1) std::swap(m.x0, m.x1);
-    if (m.x0 >= screen_w(m)) return 0;
-    m.x1 = static_cast<uint16_t>(std::min<int>(m.x1, screen_w(m) - 1));
-    return 1;
-}
-
-void block_draw(Machine& m) {
-    if (!block_check(m)) return;
-    for (uint32_t y = m.Y0; y <= m.Y1; ++y) row(m, static_cast<uint16_t>(y));
-}
-
-void square_draw(Machine& m) {
-    if (!block_check(m)) return;
-    row(m, m.Y0);
-    column(m, m.x0, m.Y0, m.Y1);
-    column(m, m.x1, m.Y0, m.Y1);
-    row(m, m.Y1);
-}
-
-void block_comm(Machine& m) {
-    get_val(m);
-    const uint32_t type = m.a1;
-    get_val(m);
-    m.Y1 = static_cast<uint16_t>(m.a1);
-    get_val(m);
-    m.x1 = static_cast<uint16_t>(m.a1);
-    get_val(m);
-    m.Y0 = static_cast<uint16_t>(m.a1);
-    get_val(m);
-    m.x0 = static_cast<uint16_t>(m.a1);
-    m.no_buf = static_cast<uint8_t>(type & 0x40);
-    m.lcmd = static_cast<uint8_t>(type & 3);
-}
-
-void put_dot4(Machine& m, int32_t cx, int32_t cy, int32_t dx, int32_t dy, int fill) {
-    if (fill) {
-        for (const int64_t r : {int64_t{cy} - dy, int64_t{cy} + dy})
-            if (r >= 0 && r < screen_h(m) && dx >= m.circle_buf[r]) m.circle_buf[r] = dx;
-        return;
-    }
-    const int64_t x = cx, y = cy;
-    if (dx != 0 && dy != 0) {
-        plot(m, x + dx, y + dy);
-        plot(m, x - dx, y + dy);
-        plot(m, x + dx, y - dy);
-        plot(m, x - dx, y - dy);
-    } else if (dx != 0) {
-        plot(m, x + dx, y);
-        plot(m, x - dx, y);
-    } else {
-        plot(m, x, y + dy);
-        plot(m, x, y - dy);
-    }
+void square_draw(Machine& m, const Pen& pen, Corners c) {
+    if (!block_check(m, c)) return;
+    hline(m, pen, c.x0, c.x1, c.Y0);
+    vline(m, pen, c.x0, c.Y0, c.Y1);
+    vline(m, pen, c.x1, c.Y0, c.Y1);
+    hline(m, pen, c.x0, c.x1, c.Y1);
 }
 
 // Traces a circle of radius mm = max(rx, ry) by its error sum and steps x
 // and y only when the accumulators ax, ay (16-bit) pass mm, which scales the
 // circle to rx by ry.
-void Ellipsex(Machine& m, int32_t cx, int32_t cy, int32_t rx, int32_t ry, int fill) {
+void Ellipsex(Machine& m, const Pen& pen, int32_t cx, int32_t cy, int32_t rx, int32_t ry, int fill) {
     // The calls pass 16-bit radii; anything else is held to that range.
     rx = std::clamp(rx, 0, 0xFFFF);
     ry = std::clamp(ry, 0, 0xFFFF);
     const int h = screen_h(m);
-    if (fill) std::fill(m.circle_buf, m.circle_buf + h, -1);
+    CircleRows circle_buf;
+    circle_buf.fill(-1);
+    CircleRows* const rows = fill ? &circle_buf : nullptr;
     if (rx == 0) {
-        PutPixelx(m, cx, cy);
+        PutPixelx(m, pen, cx, cy);
         return;
     }
     const int32_t mm = std::max(ry, rx);
     int32_t kx = 1 - 2 * mm, ky = 1, err = 0, x = rx, y = 0, xstep = -1, ystep = 1;
     uint16_t ax = 0, ay = 0;
     bool seen = false;
-    put_dot4(m, cx, cy, rx, 0, fill);
+    put_dot4(m, pen, cx, cy, rx, 0, rows);
     // The trace ends within 2 * mm steps while the 16-bit accumulators cannot
     // wrap. Radii beyond 32,768 can make them wrap so that x never reaches 0;
     // the limit ends such traces instead of looping for ever.
@@ -179,7 +155,7 @@ void Ellipsex(Machine& m, int32_t cx, int32_t cy, int32_t rx, int32_t ry, int fi
             if (ax >= mm) {
                 x += xstep;
                 ax = static_cast<uint16_t>(ax - mm);
-                if (x + 1 != rx) put_dot4(m, cx, cy, x, y, fill);
+                if (x + 1 != rx) put_dot4(m, pen, cx, cy, x, y, rows);
             }
             err -= std::abs(kx);
             kx += 2;
@@ -194,10 +170,10 @@ void Ellipsex(Machine& m, int32_t cx, int32_t cy, int32_t rx, int32_t ry, int fi
                 ay = static_cast<uint16_t>(ay - mm);
                 y += ystep;
                 if ((y == 1 || y == 2) && !seen) {
-                    put_dot4(m, cx, cy, rx, y, fill);
+                    put_dot4(m, pen, cx, cy, rx, y, rows);
                 } else {
                     seen = true;
-                    put_dot4(m, cx, cy, x, y, fill);
+                    put_dot4(m, pen, cx, cy, x, y, rows);
                 }
             }
             err += std::abs(ky);
@@ -213,11 +189,11 @@ void Ellipsex(Machine& m, int32_t cx, int32_t cy, int32_t rx, int32_t ry, int fi
     // Each recorded row is one span; only its part on the screen is walked.
     const int64_t w = screen_w(m);
     for (int r = 0; r < h; ++r) {
-        const int32_t half = m.circle_buf[r];
+        const int32_t half = circle_buf[static_cast<size_t>(r)];
         if (half < 0) continue;
         const int64_t from = std::max<int64_t>(int64_t{cx} - half, 0);
         const int64_t to = std::min<int64_t>(int64_t{cx} + half, w - 1);
-        for (int64_t px = from; px <= to; ++px) plot(m, px, r);
+        for (int64_t px = from; px <= to; ++px) plot(m, pen, px, r);
     }
 }
 
@@ -227,33 +203,41 @@ namespace {
 
 // Points, lines, circles and ellipses draw on the visible plane when the
 // type's bit 0x40 is clear (blocks and rectangles take the opposite sense).
-void take_type_clear_is_visible(Machine& m, uint32_t type) {
-    m.lcmd = static_cast<uint8_t>(type & 3);
-    m.no_buf = static_cast<uint8_t>((type & 0x40) ^ 0x40);
+Pen clear_is_visible(uint32_t type) {
+    return Pen{static_cast<uint8_t>(type & 3), static_cast<uint8_t>((type & 0x40) ^ 0x40), 0};
 }
 
-void refresh_if_visible(Machine& m) {
-    if (m.no_buf) ToviNeedRefresh(m);
+void refresh_if_visible(Machine& m, const Pen& pen) {
+    if (pen.no_buf) ToviNeedRefresh(m);
+}
+
+// Pops type, y1, x1, y0, x0 (the guest passes x0, y0, x1, y1, type); the
+// pen draws with type & 3 on the plane that type & 0x40 selects.
+Pen block_comm(Machine& m, Corners& c) {
+    const uint32_t type = pop_cell(m);
+    c.Y1 = static_cast<uint16_t>(pop_cell(m));
+    c.x1 = static_cast<uint16_t>(pop_cell(m));
+    c.Y0 = static_cast<uint16_t>(pop_cell(m));
+    c.x0 = static_cast<uint16_t>(pop_cell(m));
+    return Pen{static_cast<uint8_t>(type & 3), static_cast<uint8_t>(type & 0x40), 0};
 }
 
 // The line from (x0, Y0) to (x1, Y1), neither end on one axis with the
 // other. The error sums start at 0, so each run's step falls at its end and
 // the last point is exactly the far end.
-void slanted_line(Machine& m) {
-    if (m.x1 < m.x0) {
-        std::swap(m.x0, m.x1);
-        std::swap(m.Y0, m.Y1);
+void slanted_line(Machine& m, const Pen& pen, Corners c) {
+    if (c.x1 < c.x0) {
+        std::swap(c.x0, c.x1);
+        std::swap(c.Y0, c.Y1);
     }
-    const uint16_t dx = static_cast<uint16_t>(m.x1 - m.x0);
-    const uint16_t dy = static_cast<uint16_t>(m.Y1 > m.Y0 ? m.Y1 - m.Y0 : m.Y0 - m.Y1);
-    const int ystep = m.Y1 > m.Y0 ? 1 : -1;
+    const uint16_t dx = static_cast<uint16_t>(c.x1 - c.x0);
+    const uint16_t dy = static_cast<uint16_t>(c.Y1 > c.Y0 ? c.Y1 - c.Y0 : c.Y0 - c.Y1);
+    const int ystep = c.Y1 > c.Y0 ? 1 : -1;
     const uint16_t n = std::max(dx, dy);
     uint16_t ex = 0, ey = 0;
-    uint16_t x = m.x0, y = m.Y0;
+    uint16_t x = c.x0, y = c.Y0;
     for (uint32_t i = 0; i <= n; ++i) {
-        m.xx = x;
-        m.yy = y;
-        put_dot(m);
+        put_dot(m, pen, x, y);
         ex = static_cast<uint16_t>(ex + dx);
         ey = static_cast<uint16_t>(ey + dy);
         if (ex >= n) {
@@ -270,59 +254,60 @@ void slanted_line(Machine& m) {
 }  // namespace
 
 void c_point(Machine& m) {
-    const uint32_t type = pop_cell(m);
-    m.yy = static_cast<uint16_t>(pop_cell(m));
-    m.xx = static_cast<uint16_t>(pop_cell(m));
-    take_type_clear_is_visible(m, type);
-    put_dot(m);
-    refresh_if_visible(m);
+    const Pen pen = clear_is_visible(pop_cell(m));
+    const auto y = static_cast<uint16_t>(pop_cell(m));
+    const auto x = static_cast<uint16_t>(pop_cell(m));
+    put_dot(m, pen, x, y);
+    refresh_if_visible(m, pen);
 }
 
 void c_getpoint(Machine& m) {
-    m.yy = static_cast<uint16_t>(pop_cell(m));
-    m.xx = static_cast<uint16_t>(pop_cell(m));
-    m.no_buf = 0x40;
-    push_cell(m, get_dot(m));
+    const auto y = static_cast<uint16_t>(pop_cell(m));
+    const auto x = static_cast<uint16_t>(pop_cell(m));
+    push_cell(m, get_dot(m, 0x40, x, y));
 }
 
 void c_line(Machine& m) {
-    block_comm(m);
-    m.no_buf ^= 0x40;
-    if (m.x0 == m.x1) {
-        vline(m);
-    } else if (m.Y0 == m.Y1) {
-        if (hline_check(m)) hline(m);
+    Corners c;
+    Pen pen = block_comm(m, c);
+    pen.no_buf ^= 0x40;
+    if (c.x0 == c.x1) {
+        vline(m, pen, c.x0, c.Y0, c.Y1);
+    } else if (c.Y0 == c.Y1) {
+        if (hline_check(m, c)) hline(m, pen, c.x0, c.x1, c.Y0);
     } else {
-        slanted_line(m);
+        slanted_line(m, pen, c);
     }
-    refresh_if_visible(m);
+    refresh_if_visible(m, pen);
 }
 
 void c_block(Machine& m) {
-    block_comm(m);
-    block_draw(m);
-    refresh_if_visible(m);
+    Corners c;
+    const Pen pen = block_comm(m, c);
+    block_draw(m, pen, c);
+    refresh_if_visible(m, pen);
 }
 
 void c_rectangle(Machine& m) {
-    block_comm(m);
-    square_draw(m);
-    refresh_if_visible(m);
+    Corners c;
+    const Pen pen = block_comm(m, c);
+    square_draw(m, pen, c);
+    refresh_if_visible(m, pen);
 }
 
 void c_box(Machine& m) {
     const uint32_t type = pop_cell(m);
     const uint32_t fill = pop_cell(m) & 0xFF;
-    m.Y1 = static_cast<uint16_t>(pop_cell(m));
-    m.x1 = static_cast<uint16_t>(pop_cell(m));
-    m.Y0 = static_cast<uint16_t>(pop_cell(m));
-    m.x0 = static_cast<uint16_t>(pop_cell(m));
-    m.lcmd = static_cast<uint8_t>(type & 3);
-    m.no_buf = 0x40;
+    Corners c;
+    c.Y1 = static_cast<uint16_t>(pop_cell(m));
+    c.x1 = static_cast<uint16_t>(pop_cell(m));
+    c.Y0 = static_cast<uint16_t>(pop_cell(m));
+    c.x0 = static_cast<uint16_t>(pop_cell(m));
+    const Pen pen{static_cast<uint8_t>(type & 3), 0x40, 0};
     if (fill)
-        block_draw(m);
+        block_draw(m, pen, c);
     else
-        square_draw(m);
+        square_draw(m, pen, c);
     ToviNeedRefresh(m);
 }
 
@@ -331,15 +316,14 @@ namespace {
 // Circles and ellipses share their arguments but the second radius: x, y,
 // rx, [ry,] fill, type.
 void round_shape(Machine& m, bool one_radius) {
-    const uint32_t type = pop_cell(m);
+    const Pen pen = clear_is_visible(pop_cell(m));
     const uint16_t fill = static_cast<uint16_t>(pop_cell(m));
     const uint16_t ry = static_cast<uint16_t>(pop_cell(m));
     const uint16_t rx = one_radius ? ry : static_cast<uint16_t>(pop_cell(m));
     const int16_t cy = static_cast<int16_t>(pop_cell(m));
     const int16_t cx = static_cast<int16_t>(pop_cell(m));
-    take_type_clear_is_visible(m, type);
-    Ellipsex(m, cx, cy, rx, ry, fill);
-    refresh_if_visible(m);
+    Ellipsex(m, pen, cx, cy, rx, ry, fill);
+    refresh_if_visible(m, pen);
 }
 
 }  // namespace

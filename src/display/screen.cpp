@@ -78,13 +78,10 @@ void ClearNdsScreen(Screen& s) {
     s.need_clean = 1;
 }
 
-void SetWindow(Screen&) {}
-
 void Adjust_Window(Screen& s, int width, int height, bool force) {
     if (width == s.ScreenWidth && height == s.ScreenHeight && !force) return;
     s.ScreenWidth = width;
     s.ScreenHeight = height;
-    SetWindow(s);
 }
 
 // ---- System calls ----

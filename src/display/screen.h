@@ -16,15 +16,13 @@ struct Screen {
     uint8_t palette[768] = {};  // 256 entries stored blue, green, red
     uint8_t GRAY = 0;
     uint8_t need_clean = 0;
+};
 
-    // Drawing registers shared by all drawing code.
-    uint16_t xx = 0, yy = 0;
-    uint32_t m1l = 0;
-    uint8_t lcmd = 0, no_buf = 0, negative = 0;
-    uint16_t x0 = 0, x1 = 0, Y0 = 0, Y1 = 0;  // line and rectangle corners
-
-    // Half-width of a filled circle or ellipse on each row, -1 = row untouched.
-    int32_t circle_buf[320] = {};
+// How one drawing call draws, decoded from the guest's type argument.
+struct Pen {
+    uint8_t lcmd = 1;      // draw command
+    uint8_t no_buf = 0;    // non-zero: the visible plane 0, else the buffer plane 1
+    uint8_t negative = 0;  // non-zero: bitmaps are mirrored left to right
 };
 
 // The screen size as drawing may use it: never more than a plane holds, so a
@@ -32,9 +30,11 @@ struct Screen {
 inline int screen_w(const Screen& s) { return s.ScreenWidth < 0 ? 0 : s.ScreenWidth > 320 ? 320 : s.ScreenWidth; }
 inline int screen_h(const Screen& s) { return s.ScreenHeight < 0 ? 0 : s.ScreenHeight > 240 ? 240 : s.ScreenHeight; }
 
-// m1l = byte index of (xx, yy) in the drawing plane: plane 0 when no_buf is
-// set, plane 1 otherwise. No bounds check; callers check coordinates first.
-inline void ByteAddr(Screen& s) { s.m1l = s.xx + s.yy * 320u + (s.no_buf ? 0u : uint32_t(kPlaneSize)); }
+// Byte index of (xx, yy) in ScreenBuffer: plane 0 when no_buf is set, plane
+// 1 otherwise. No bounds check; callers check coordinates first.
+inline uint32_t ByteAddr(uint16_t xx, uint16_t yy, uint8_t no_buf) {
+    return xx + yy * 320u + (no_buf ? 0u : uint32_t(kPlaneSize));
+}
 
 struct Machine;
 
@@ -47,6 +47,4 @@ void SetPalette(Screen& s);
 void tvx_setpalette(Machine& m, uint8_t from, int32_t num, uint32_t addr);
 void Color256Init(Screen& s);
 void ClearNdsScreen(Screen& s);
-// Hook for a change of the guest screen size; nothing to do in the core.
-void SetWindow(Screen& s);
 void Adjust_Window(Screen& s, int width, int height, bool force);

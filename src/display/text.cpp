@@ -17,38 +17,38 @@ bool ink(const uint8_t* rows, int row_bytes, int row, int col) {
 }
 
 // Draws a w x h glyph from the font (nullptr: blank) through patbuf.
-void draw_glyph(Machine& m, uint16_t x, uint16_t y, const uint8_t* rows, int w, int h, int row_bytes) {
+void draw_glyph(Machine& m, const Pen& pen, uint16_t x, uint16_t y, const uint8_t* rows, int w, int h, int row_bytes) {
     uint8_t patbuf[kPatBuf];
     const uint32_t n = convert_glyph(m, rows, w, h, row_bytes, patbuf);
-    write_comm(m, x, y, static_cast<uint16_t>(w), static_cast<uint16_t>(h), host_bitmap(patbuf, n));
+    write_comm(m, pen, x, y, static_cast<uint16_t>(w), static_cast<uint16_t>(h), host_bitmap(patbuf, n));
 }
 
 // An ASCII code of 128 or more has no glyph: its converted bitmap is all
 // zero bytes, which draws pixel value 0 whatever the colours are.
-void draw_no_glyph(Machine& m, uint16_t x, uint16_t y, int w, int h) {
+void draw_no_glyph(Machine& m, const Pen& pen, uint16_t x, uint16_t y, int w, int h) {
     const uint8_t patbuf[kPatBuf] = {};
     const auto px = static_cast<uint32_t>(w * h);
     const uint32_t n = m.graph_mode == 8 ? px : m.graph_mode == 4 ? px / 2 : static_cast<uint32_t>(h);
-    write_comm(m, x, y, static_cast<uint16_t>(w), static_cast<uint16_t>(h), host_bitmap(patbuf, n));
+    write_comm(m, pen, x, y, static_cast<uint16_t>(w), static_cast<uint16_t>(h), host_bitmap(patbuf, n));
 }
 
-void draw_ascii(Machine& m, uint16_t x, uint16_t y, uint8_t ch, bool large) {
+void draw_ascii(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t ch, bool large) {
     const int w = large ? 8 : 6, h = large ? 16 : 12;
     if (ch >= 128) {
-        draw_no_glyph(m, x, y, w, h);
+        draw_no_glyph(m, pen, x, y, w, h);
         return;
     }
     const uint32_t base = large ? kFontAscii16 : kFontAscii12;
-    draw_glyph(m, x, y, tvx_font + base + ch * static_cast<uint32_t>(h), w, h, 1);
+    draw_glyph(m, pen, x, y, tvx_font + base + ch * static_cast<uint32_t>(h), w, h, 1);
 }
 
-void draw_gb(Machine& m, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo, bool large) {
+void draw_gb(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo, bool large) {
     const int size = large ? 16 : 12;
     const uint32_t glyph_bytes = large ? 32 : 24;
     const int32_t index = gb_glyph_index(hi, lo);
     const uint8_t* rows = nullptr;  // codes outside the table draw a blank glyph
     if (index >= 0) rows = tvx_font + (large ? kFontGb16 : kFontGb12) + static_cast<uint32_t>(index) * glyph_bytes;
-    draw_glyph(m, x, y, rows, size, size, 2);
+    draw_glyph(m, pen, x, y, rows, size, size, 2);
 }
 
 }  // namespace
@@ -85,10 +85,10 @@ uint32_t convert_glyph(const Machine& m, const uint8_t* rows, int w, int h, int 
     return n;
 }
 
-void font_6x12(Machine& m, uint16_t x, uint16_t y, uint8_t ch) { draw_ascii(m, x, y, ch, false); }
-void font_8x16(Machine& m, uint16_t x, uint16_t y, uint8_t ch) { draw_ascii(m, x, y, ch, true); }
-void font_12x12(Machine& m, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo) { draw_gb(m, x, y, hi, lo, false); }
-void font_16x16(Machine& m, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo) { draw_gb(m, x, y, hi, lo, true); }
+void font_6x12(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t ch) { draw_ascii(m, pen, x, y, ch, false); }
+void font_8x16(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t ch) { draw_ascii(m, pen, x, y, ch, true); }
+void font_12x12(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo) { draw_gb(m, pen, x, y, hi, lo, false); }
+void font_16x16(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo) { draw_gb(m, pen, x, y, hi, lo, true); }
 
 // Draws a zero-terminated string from x on, with no line wrapping: characters
 // that would start at or right of the screen edge are not drawn. A negative
@@ -96,9 +96,7 @@ void font_16x16(Machine& m, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo) { dr
 void c_textout(Machine& m) {
     get_val(m);
     const uint32_t type = m.a1;
-    m.no_buf = type & 0x40;
-    m.negative = type & 0x20;
-    m.lcmd = type & 15;
+    const Pen pen{static_cast<uint8_t>(type & 15), static_cast<uint8_t>(type & 0x40), static_cast<uint8_t>(type & 0x20)};
     const bool large = type & 0x80;
     get_val(m);
     uint32_t addr = m.a1 & m.addr_mask;
@@ -114,17 +112,17 @@ void c_textout(Machine& m) {
             const uint8_t lo = lRamRead(m, addr++);
             if (lo == 0) break;  // a lead byte at the end of the string is dropped
             if (large)
-                font_16x16(m, x, y, ch, lo);
+                font_16x16(m, pen, x, y, ch, lo);
             else
-                font_12x12(m, x, y, ch, lo);
+                font_12x12(m, pen, x, y, ch, lo);
             x = static_cast<uint16_t>(x + (large ? 16 : 12));
         } else {
             if (large)
-                font_8x16(m, x, y, ch);
+                font_8x16(m, pen, x, y, ch);
             else
-                font_6x12(m, x, y, ch);
+                font_6x12(m, pen, x, y, ch);
             x = static_cast<uint16_t>(x + (large ? 8 : 6));
         }
     }
-    if (m.no_buf) ToviNeedRefresh(m);
+    if (pen.no_buf) ToviNeedRefresh(m);
 }

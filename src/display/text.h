@@ -1,9 +1,11 @@
 // Text drawing with the built-in fonts: glyphs converted to the bitmap
-// format of the graphics mode and drawn through write_comm, so they take the
-// current draw mode (lcmd), mirror flag (negative) and plane (no_buf).
+// format of the graphics mode and drawn through write_comm with the pen's
+// draw mode, mirror flag and plane.
 #pragma once
 
 #include <cstdint>
+
+#include "display/screen.h"
 
 struct Machine;
 
@@ -19,7 +21,7 @@ int32_t gb_glyph_index(uint8_t hi, uint8_t lo);
 // written to out, which must hold w * h bytes.
 uint32_t convert_glyph(const Machine& m, const uint8_t* rows, int w, int h, int row_bytes, uint8_t* out);
 
-void font_6x12(Machine& m, uint16_t x, uint16_t y, uint8_t ch);
-void font_8x16(Machine& m, uint16_t x, uint16_t y, uint8_t ch);
-void font_12x12(Machine& m, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo);
-void font_16x16(Machine& m, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo);
+void font_6x12(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t ch);
+void font_8x16(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t ch);
+void font_12x12(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo);
+void font_16x16(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint8_t hi, uint8_t lo);

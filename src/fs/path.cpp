@@ -6,31 +6,6 @@
 
 #include "cjk/gbconv.h"
 
-size_t my_strlcpy(char* dst, const char* src, size_t size) {
-    const size_t len = std::strlen(src);
-    if (len < size) {
-        std::memcpy(dst, src, len + 1);
-        return len;
-    }
-    if (size > 0) {
-        std::memcpy(dst, src, size - 1);
-        dst[size - 1] = 0;
-    }
-    return size;
-}
-
-size_t my_strlcat(char* dst, const char* src, size_t size) {
-    const size_t dlen = strnlen(dst, size);
-    const size_t slen = std::strlen(src);
-    if (dlen + slen < size) {
-        std::memcpy(dst + dlen, src, slen + 1);
-    } else if (dlen < size) {
-        std::memcpy(dst + dlen, src, size - 1 - dlen);
-        dst[size - 1] = 0;
-    }
-    return dlen + slen;
-}
-
 void InitVFS(Files& f) {
     close_all_files(f);
     f.CD[0] = 0;

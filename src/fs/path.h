@@ -45,10 +45,3 @@ bool host_path_gb(const std::string& utf8, std::string* gb);
 // Opens a GB2312 host path with the host's buffered open; null when the
 // name cannot be converted or the open fails.
 FILE* fopen_gb(const char* gb_path, const char* mode);
-
-// Copies src into dst of `size` bytes, cut to size - 1 bytes. Returns the
-// length of src, or size when it was cut.
-size_t my_strlcpy(char* dst, const char* src, size_t size);
-// Appends src to dst of `size` bytes when the whole fits, else fills dst up
-// to size - 1 bytes. Returns the length that was wanted.
-size_t my_strlcat(char* dst, const char* src, size_t size);

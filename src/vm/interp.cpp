@@ -3,7 +3,7 @@
 #include "lib/syscalls.h"
 #include "vm/instructions.h"
 #include "vm/loader.h"
-#include "vm/opcodes.h"
+#include "vm/opcode_list.h"
 
 namespace {
 
@@ -30,26 +30,20 @@ void off_image(Machine& m, uint32_t offset) {
 
 using namespace ins;
 
-#define TVM_HANDLER(code, fn) fn,
-const std::array<Handler, 128> codes = std::to_array<Handler>({
-    TVM_INSTRUCTIONS(TVM_HANDLER)
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-});
+// Handlers of the byte codes with the given top bit (0: instructions, 0x80:
+// system calls), indexed by the low seven bits; undefined codes end the program.
+constexpr std::array<Handler, 128> handlers(int top) {
+    std::array<Handler, 128> t{};
+    t.fill(undefined_op);
+#define TVM_HANDLER(code, mnemonic, operand, fn) \
+    if (((code) & 0x80) == top) t[(code) & 0x7F] = fn;
+    TVM_OPCODES(TVM_HANDLER)
 #undef TVM_HANDLER
+    return t;
+}
 
-// 0x80-0xD6: the 87 system calls; 0xD7-0xFF are not defined.
-#define TVM_HANDLER(code, fn) fn,
-const std::array<Handler, 128> codes2 = std::to_array<Handler>({
-    TVM_SYSTEM_CALLS(TVM_HANDLER)
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-    undefined_op, undefined_op, undefined_op, undefined_op, undefined_op, undefined_op,
-});
-#undef TVM_HANDLER
+const std::array<Handler, 128> codes = handlers(0);
+const std::array<Handler, 128> codes2 = handlers(0x80);
 
 bool vm_start(Machine& m) {
     m.stop = Stop::None;
@@ -71,11 +65,11 @@ uint64_t vm_run_steps(Machine& m, uint64_t max_steps) {
     while (n < max_steps && m.stop == Stop::None) {
         const uint8_t b = getcode(m);
         switch (b) {
-#define TVM_CASE(code, fn) \
-    case code:             \
-        fn(m);             \
+#define TVM_CASE(code, mnemonic, operand, fn) \
+    case code:                               \
+        fn(m);                               \
         break;
-            TVM_INSTRUCTIONS(TVM_CASE)
+            TVM_INSTRUCTION_OPCODES(TVM_CASE)
 #undef TVM_CASE
             default:
                 if (b < 0x80)

@@ -1,6 +1,6 @@
-// Opcode metadata: mnemonic and operand layout of every defined byte code.
-// Shared by the assembler, the disassembler and the tracer; the interpreter
-// itself dispatches through its own handler tables.
+// Opcode metadata: mnemonic and operand layout of every defined byte code,
+// for the assembler, the disassembler and the tracer. Built from the same
+// list as the interpreter's dispatch (vm/opcode_list.h).
 #pragma once
 
 #include <array>
@@ -29,12 +29,7 @@ struct OpInfo {
 // Indexed by the opcode byte. 0x00-0x74 instructions, 0x80-0xD6 system calls.
 extern const std::array<OpInfo, 256> op_info;
 
-// Alternate spellings for the two opcodes whose handler is shared with an
-// earlier code (0x17 runs push_along, 0x18 runs push_lalong).
-inline constexpr std::string_view kAltAlong = "push_along2";
-inline constexpr std::string_view kAltLalong = "push_lalong2";
-
-// Mnemonic as the assembler/disassembler spell it (aliases resolved).
+// Mnemonic as the assembler and disassembler spell it; empty if undefined.
 std::string_view op_mnemonic(uint8_t op);
 
 // Opcode for a mnemonic, or nothing if unknown.
