@@ -164,6 +164,21 @@ std::string core_load_state(Core& core, std::span<const uint8_t> state);
 // sub-directories. Returns 1 and writes dir "/" name into out, else 0.
 int findFirstTvxFile(std::string& out, const std::string& dir);
 
+// Searches base and the directories below it (at most maxdepth levels,
+// hidden names skipped) for one that holds a sub-directory called name.
+// Returns 1 and writes that directory into out, else 0.
+int findDir(std::string& out, const std::string& base, const std::string& name, int depth, int maxdepth);
+using FindDirFn = std::function<int(std::string&, const std::string&, const std::string&, int, int)>;
+
+// The root of the guest file system, the first directory found that holds a
+// TovixOS directory: ".", /mnt/SDCARD, /media/sdcard, /mnt,
+// /storage/emulated/0, then a search below /media (two levels) and below /
+// (four levels); as a last resort "/media/QEMU VVFAT", unchecked. The current
+// directory is left as it is. is_dir and find_dir stand in for the file
+// system in tests.
+std::string GetExePath();
+std::string GetExePath(const std::function<bool(const std::string&)>& is_dir, const FindDirFn& find_dir);
+
 // The machine itself, for tools that look inside (tracer, plane dumps,
 // tests). Hosts that only play programs do not need it.
 Machine& core_machine(Core& core);

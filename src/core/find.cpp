@@ -1,8 +1,24 @@
-// Finding the program in a directory.
+// Finding the program in a directory, and the root of the guest file system.
 #include <dirent.h>
 #include <sys/stat.h>
 
 #include "core/core.h"
+
+namespace {
+
+// path "/" name, cut as a 4,096-byte buffer would cut it.
+std::string join(const std::string& path, const std::string& name) {
+    std::string out = path + "/" + name;
+    if (out.size() > 4095) out.resize(4095);
+    return out;
+}
+
+bool is_directory(const std::string& path) {
+    struct stat sb{};
+    return stat(path.c_str(), &sb) == 0 && S_ISDIR(sb.st_mode);
+}
+
+}  // namespace
 
 int findFirstTvxFile(std::string& out, const std::string& dir) {
     DIR* d = opendir(dir.c_str());
@@ -11,9 +27,7 @@ int findFirstTvxFile(std::string& out, const std::string& dir) {
         const std::string name = e->d_name;
         if (name.empty() || name[0] == '.') continue;
         if (name.size() < 4 || name.compare(name.size() - 4, 4, ".tvx") != 0) continue;
-        // The path is cut as a 4,096-byte buffer would cut it.
-        std::string path = dir + "/" + name;
-        if (path.size() > 4095) path.resize(4095);
+        const std::string path = join(dir, name);
         struct stat sb{};
         if (stat(path.c_str(), &sb) != 0) continue;
         if (S_ISREG(sb.st_mode)) {
@@ -25,3 +39,46 @@ int findFirstTvxFile(std::string& out, const std::string& dir) {
     closedir(d);
     return 0;
 }
+
+int findDir(std::string& out, const std::string& base, const std::string& name, int depth, int maxdepth) {
+    if (is_directory(join(base, name))) {
+        out = base;
+        return 1;
+    }
+    if (depth >= maxdepth) return 0;
+    DIR* d = opendir(base.c_str());
+    if (!d) return 0;
+    while (const dirent* e = readdir(d)) {
+        if (e->d_name[0] == '.' || e->d_name[0] == '\0') continue;
+        const std::string sub = join(base, e->d_name);
+        if (is_directory(sub) && findDir(out, sub, name, depth + 1, maxdepth)) {
+            closedir(d);
+            return 1;
+        }
+    }
+    closedir(d);
+    return 0;
+}
+
+std::string GetExePath(const std::function<bool(const std::string&)>& is_dir, const FindDirFn& find_dir) {
+    // The places where handhelds mount their cards, in order.
+    static constexpr struct {
+        const char* dir;   // holds TovixOS
+        const char* root;
+    } kCandidates[] = {
+        {"./TovixOS", "."},
+        {"/mnt/SDCARD/TovixOS", "/mnt/SDCARD"},
+        {"/media/sdcard/TovixOS", "/media/sdcard"},
+        {"/mnt/TovixOS", "/mnt"},
+        {"/storage/emulated/0/TovixOS", "/storage/emulated/0"},
+    };
+    for (const auto& c : kCandidates)
+        if (is_dir(c.dir)) return c.root;
+    std::string found;
+    if (find_dir(found, "/media", "TovixOS", 0, 2)) return found;
+    if (find_dir(found, "/", "TovixOS", 0, 4)) return found;
+    // Unchecked last resort: the mount point of an emulated disk on some handhelds.
+    return "/media/QEMU VVFAT";
+}
+
+std::string GetExePath() { return GetExePath(is_directory, findDir); }

@@ -1,15 +1,11 @@
-// Host keys and game-controller buttons as bits of the guest's button word.
+// Host keys and game-controller buttons as the core's button bits.
 #pragma once
 
 #include <SDL.h>
 
 #include <cstdint>
 
-namespace btn {
-inline constexpr uint16_t A = 0x001, B = 0x002, SELECT = 0x004, START = 0x008;
-inline constexpr uint16_t RIGHT = 0x010, LEFT = 0x020, UP = 0x040, DOWN = 0x080;
-inline constexpr uint16_t R1 = 0x100, L1 = 0x200, X = 0x400, Y = 0x800;
-}  // namespace btn
+#include "core/core.h"
 
 // The button a host key stands for, or 0. Escape and F1 are handled apart.
 uint16_t host_key_button(SDL_Keycode key);

@@ -1,17 +1,25 @@
 // Window, renderer and surfaces, and the present of a frame.
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
+#include <utility>
 
-#include "display/present.h"
 #include "frontend/frontend.h"
 #include "frontend/gui/overlay.h"
 
-Frontend::Frontend() {
-    host.fe = this;
-    main_thread = SDL_ThreadID();
+Frontend::~Frontend() {
+    SDL_FreeSurface(gScreenSurfaceFull);
+    SDL_FreeSurface(gScreenSurface);
+    if (sdlRenderer) SDL_DestroyRenderer(sdlRenderer);
+    if (sdlWindow) SDL_DestroyWindow(sdlWindow);
+    if (gGameController) SDL_GameControllerClose(gGameController);
+}
+
+void fe_log(const Frontend& fe, const char* fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    vlogf(fe.core.sinks.log, fmt, ap);
+    va_end(ap);
 }
 
 namespace {
@@ -25,14 +33,6 @@ SDL_Window* create_window(int w, int h, Uint32 flags) {
 SDL_Surface* create_surface(int w, int h) {
     return SDL_CreateRGBSurfaceWithFormat(0, w, h, 16, SDL_PIXELFORMAT_RGB565);
 }
-
-// Takes the present over from whoever holds it, waiting 1 ms at a time.
-void take_refresh(Machine& m) {
-    while (m.can_refresh.exchange(0, std::memory_order_acquire) == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-}
-
-void give_refresh(Machine& m) { m.can_refresh.store(1, std::memory_order_release); }
 
 // The executable's file name, for the key-map panel's footer.
 std::string program_name() {
@@ -60,14 +60,12 @@ int half_floor(int v) { return v >> 1; }
 }  // namespace
 
 void initSDL(Frontend& fe) {
-    Machine& m = *fe.m;
     if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_JOYSTICK | SDL_INIT_GAMECONTROLLER) < 0) {
-        mylog(m, "SDL could not initialize! SDL Error: %s\n", SDL_GetError());
+        fe_log(fe, "SDL could not initialize! SDL Error: %s\n", SDL_GetError());
         std::exit(1);
     }
     set_controler(fe);
     std::atexit(quit_sdl);
-    std::at_quick_exit(quit_sdl);
 
     SDL_DisplayMode mode{};
     int dw = 0, dh = 0;
@@ -75,28 +73,28 @@ void initSDL(Frontend& fe) {
         dw = mode.w;
         dh = mode.h;
     }
-    mylog(m, "Desktop size %d x %d\n", dw, dh);
+    fe_log(fe, "Desktop size %d x %d\n", dw, dh);
 
     if (!desktop_is_handheld(dw, dh)) {
         fe.windowWidth = 640;
         fe.windowHeight = 480;
         fe.sdlWindow = create_window(640, 480, SDL_WINDOW_OPENGL);
         if (!fe.sdlWindow) {
-            mylog(m, "Couldn't create SDL window: %s\n", SDL_GetError());
-            mylog(m, "Trying software rendering...\n");
+            fe_log(fe, "Couldn't create SDL window: %s\n", SDL_GetError());
+            fe_log(fe, "Trying software rendering...\n");
             fe.sdlWindow = create_window(640, 480, 0);
             if (!fe.sdlWindow) {
-                mylog(m, "Fatal: Couldn't create SDL window at all!\n");
+                fe_log(fe, "Fatal: Couldn't create SDL window at all!\n");
                 std::exit(1);
             }
         }
-        mylog(m, "Window mode: %d x %d\n", fe.windowWidth, fe.windowHeight);
+        fe_log(fe, "Window mode: %d x %d\n", fe.windowWidth, fe.windowHeight);
     } else {
         // A handheld's own display: the whole of it, in landscape terms.
         fe.sdlWindow = create_window(0, 0, SDL_WINDOW_FULLSCREEN_DESKTOP | SDL_WINDOW_OPENGL);
         int w = 0, h = 0;
         if (fe.sdlWindow) SDL_GetWindowSize(fe.sdlWindow, &w, &h);
-        mylog(m, "Fullscreen mode: %d x %d\n", w, h);
+        fe_log(fe, "Fullscreen mode: %d x %d\n", w, h);
         if (w < h) {
             std::swap(w, h);
             fe.need_rotate_270 = 1;
@@ -107,7 +105,7 @@ void initSDL(Frontend& fe) {
 
     fe.sdlRenderer = SDL_CreateRenderer(fe.sdlWindow, -1, SDL_RENDERER_ACCELERATED | SDL_RENDERER_PRESENTVSYNC);
     if (!fe.sdlRenderer) {
-        mylog(m, "Couldn't create SDL renderer: %s\n", SDL_GetError());
+        fe_log(fe, "Couldn't create SDL renderer: %s\n", SDL_GetError());
         // Without an accelerated driver the software renderer still shows
         // the picture; without either, presents do nothing.
         fe.sdlRenderer = SDL_CreateRenderer(fe.sdlWindow, -1, SDL_RENDERER_SOFTWARE);
@@ -115,7 +113,7 @@ void initSDL(Frontend& fe) {
 
     fe.gScreenSurface = create_surface(320, 240);
     if (!fe.gScreenSurface) {
-        mylog(m, "Couldn't set 320x240x8 video mode: %s\n", SDL_GetError());
+        fe_log(fe, "Couldn't set 320x240x8 video mode: %s\n", SDL_GetError());
         std::exit(1);
     }
     SDL_ShowCursor(SDL_DISABLE);
@@ -128,37 +126,15 @@ void setScaleQuality(Frontend& fe, int q) {
     SDL_SetHint(SDL_HINT_RENDER_SCALE_QUALITY, q ? "1" : "0");
 }
 
-void initFullScreen(Frontend& fe, int w, int h) {
-    fe.windowWidth = w;
-    fe.windowHeight = h;
-    fe.gScreenSurfaceFull = create_surface(w, h);
-    if (gui_init(fe.touch, w, h)) gui_update_texture(fe);
-}
-
-void gui_update_texture(Frontend& fe) {
-    TouchButtons& t = fe.touch;
-    if (t.pixels.empty()) return;
-    SDL_DestroyTexture(fe.touch_texture);
-    fe.touch_texture = nullptr;
-    SDL_Surface* s = SDL_CreateRGBSurfaceFrom(t.pixels.data(), t.width, t.height, 32, t.width * 4, 0x000000FF,
-                                              0x0000FF00, 0x00FF0000, 0xFF000000);
-    if (!s) return;
-    fe.touch_texture = SDL_CreateTextureFromSurface(fe.sdlRenderer, s);
-    if (fe.touch_texture) SDL_SetTextureBlendMode(fe.touch_texture, SDL_BLENDMODE_BLEND);
-    SDL_FreeSurface(s);
-}
-
-void gui_render(Frontend& fe) {
-    const SDL_Rect r{0, 0, fe.touch.width, fe.touch.height};
-    if (fe.touch_texture) SDL_RenderCopy(fe.sdlRenderer, fe.touch_texture, &r, &r);
-}
-
 void initFullScreen2(Frontend& fe) {
     int w = 0, h = 0;
     if (fe.sdlWindow) SDL_GetWindowSize(fe.sdlWindow, &w, &h);
     if (w <= 0 || h <= 0) return;
     if (w < h) std::swap(w, h);
-    initFullScreen(fe, w, h);
+    fe.windowWidth = w;
+    fe.windowHeight = h;
+    fe.gScreenSurfaceFull = create_surface(w, h);
+    gui_init(fe.touch, w, h);
 }
 
 void toggleFullscreen(Frontend& fe) {
@@ -170,15 +146,21 @@ void toggleFullscreen(Frontend& fe) {
         SDL_SetWindowFullscreen(fe.sdlWindow, SDL_WINDOW_FULLSCREEN_DESKTOP);
         fe.is_fullscreen = 1;
     }
-    int w = fe.windowWidth, h = fe.windowHeight;
-    if (fe.sdlWindow) SDL_GetWindowSize(fe.sdlWindow, &w, &h);
-    fe.windowWidth = w;
-    fe.windowHeight = h;
+    if (fe.sdlWindow) SDL_GetWindowSize(fe.sdlWindow, &fe.windowWidth, &fe.windowHeight);
     // Made again, for the new size, at the next present of a small screen.
-    take_refresh(*fe.m);
     SDL_FreeSurface(fe.gScreenSurfaceFull);
     fe.gScreenSurfaceFull = nullptr;
-    give_refresh(*fe.m);
+}
+
+void window_resized(Frontend& fe, int w, int h) {
+    if (fe.gScreenSurfaceFull || w < fe.windowWidth || h < fe.windowHeight) return;
+    fe.windowWidth = w;
+    fe.windowHeight = h;
+    if (w < h) {
+        fe.windowWidth = h;
+        fe.windowHeight = w;
+        fe.need_rotate_270 = 1;
+    }
 }
 
 FrameRects frame_rects(int screen_w, int screen_h, int surface_w, int surface_h, int window_w, int window_h,
@@ -204,64 +186,33 @@ FrameRects frame_rects(int screen_w, int screen_h, int surface_w, int surface_h,
     return r;
 }
 
-void present_frame(Frontend& fe) {
-    Machine& m = *fe.m;
-    if (!fe.gScreenSurface) return;
-    take_refresh(m);
-    m.need_refresh.store(0, std::memory_order_relaxed);
-    SetSDLPalette(m);
+void present(Frontend& fe, std::shared_ptr<const Frame> frame) {
+    fe.shown = std::move(frame);
+    present_again(fe);
+}
 
-    // The guest may change its screen size meanwhile: read it once.
-    const int sw = m.ScreenWidth, sh = m.ScreenHeight;
+void present_again(Frontend& fe) {
+    if (!fe.gScreenSurface || !fe.shown) return;
+    const Frame& f = *fe.shown;
     SDL_Surface* surface = fe.gScreenSurface;
-    if (sw < 161 && sh < 161) {
+    if (f.width < 161 && f.height < 161) {
         if (!fe.gScreenSurfaceFull) initFullScreen2(fe);
         surface = fe.gScreenSurfaceFull;
     }
-    fe.gCurrSurface = surface;
-    if (surface) {
-        Surface16 view{static_cast<uint8_t*>(surface->pixels), surface->w, surface->h, surface->pitch};
-        DmaRefresh(m, &view);
-        draw_overlays(fe, view, sw, sh);
+    if (!surface) return;
+    Surface16 view{static_cast<uint8_t*>(surface->pixels), surface->w, surface->h, surface->pitch};
+    DmaRefresh(f, &view);
+    draw_overlays(fe, view, f.width, f.height);
 
-        SDL_RenderClear(fe.sdlRenderer);
-        SDL_Texture* texture = SDL_CreateTextureFromSurface(fe.sdlRenderer, surface);
-        const FrameRects r = frame_rects(sw, sh, surface->w, surface->h, fe.windowWidth, fe.windowHeight,
-                                         fe.need_rotate_270 != 0);
-        if (fe.need_rotate_270)
-            SDL_RenderCopyEx(fe.sdlRenderer, texture, &r.src, &r.dst, 270.0, nullptr, SDL_FLIP_NONE);
-        else
-            SDL_RenderCopy(fe.sdlRenderer, texture, &r.src, &r.dst);
-        SDL_DestroyTexture(texture);
-        SDL_RenderPresent(fe.sdlRenderer);
-        fe.fps_frames_curr.fetch_add(1, std::memory_order_relaxed);
-    }
-    give_refresh(m);
+    SDL_RenderClear(fe.sdlRenderer);
+    SDL_Texture* texture = SDL_CreateTextureFromSurface(fe.sdlRenderer, surface);
+    const FrameRects r =
+        frame_rects(f.width, f.height, surface->w, surface->h, fe.windowWidth, fe.windowHeight, fe.need_rotate_270);
+    if (fe.need_rotate_270)
+        SDL_RenderCopyEx(fe.sdlRenderer, texture, &r.src, &r.dst, 270.0, nullptr, SDL_FLIP_NONE);
+    else
+        SDL_RenderCopy(fe.sdlRenderer, texture, &r.src, &r.dst);
+    SDL_DestroyTexture(texture);
+    SDL_RenderPresent(fe.sdlRenderer);
+    ++fe.fps_frames_curr;
 }
-
-void HardwareRefresh(Frontend& fe) {
-    if (SDL_ThreadID() == fe.main_thread) {
-        present_frame(fe);
-        return;
-    }
-    // The renderer belongs to the main thread: ask the loop to present and
-    // wait for it, as a present done here would have taken about as long.
-    if (fe.closing.load(std::memory_order_relaxed)) return;
-    const uint32_t ticket = fe.present_requests.fetch_add(1, std::memory_order_acq_rel) + 1;
-    for (int waited = 0; waited < 1000; ++waited) {
-        if (static_cast<int32_t>(fe.presents_served.load(std::memory_order_acquire) - ticket) >= 0) return;
-        if (fe.closing.load(std::memory_order_relaxed)) return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
-
-void force_present(Frontend& fe) {
-    Machine& m = *fe.m;
-    m.need_refresh.store(1, std::memory_order_relaxed);
-    m.can_refresh.store(1, std::memory_order_relaxed);
-    HardwareRefresh(fe);
-}
-
-void SdlHost::HardwareRefresh(Machine&) { ::HardwareRefresh(*fe); }
-
-bool SdlHost::keep_waiting(Machine&) { return !fe->closing.load(std::memory_order_relaxed); }

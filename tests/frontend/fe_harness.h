@@ -1,5 +1,6 @@
 // Helpers of the front-end tests: temporary directories, assembled programs,
-// a front-end whose log is recorded, and runs of the real tvm2.
+// a front-end whose log and guest console are recorded, and runs of the real
+// tvm2.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,7 +9,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <string>
 
@@ -52,46 +52,41 @@ inline void assemble_to(const fs::path& p, const std::string& source) {
                                              static_cast<std::streamsize>(r.bytes.size()));
 }
 
-// The front-end's host with the log recorded instead of printed.
-struct RecordingHost : SdlHost {
-    std::string logged;
-    void log(std::string_view text) override { logged += text; }
-};
-
-// A front-end over a fresh machine, without window unless a test opens one.
+// A front-end without a window unless a test opens one; load() starts a
+// program on the real clock, as tvm2 does.
 struct TestFrontend {
-    std::unique_ptr<Frontend> fe = std::make_unique<Frontend>();
-    std::unique_ptr<Machine> m = std::make_unique<Machine>();
-    RecordingHost host;
+    std::string log, console;  // outlive the core, which writes to them until its end
+    TempDir dir;
+    Frontend fe;
     TestFrontend() {
-        fe->m = m.get();
-        host.fe = fe.get();
-        m->host = &host;
-        clearAllKey(*m);
+        fe.core.sinks.log = [this](std::string_view t) { log += t; };
+        fe.core.sinks.console = [this](std::string_view t) { console += t; };
     }
-    std::string& log() { return host.logged; }
+    void load(const std::string& source) {
+        assemble_to(dir.path / "p.tvx", source);
+        LoadOptions o;
+        o.program = (dir.path / "p.tvx").string();
+        o.virtual_clock = false;
+        ASSERT_EQ(core_load(fe.core, o), "");
+    }
 };
 
 // The outcome of one run of a program.
-struct RunResult {
+struct Process {
     int status = -1;
     std::string out, err;
 };
 
 // Runs a shell command line in dir under SDL's dummy video driver.
-inline RunResult run_in(const std::string& dir, const std::string& command) {
+inline Process run_in(const std::string& dir, const std::string& command) {
     TempDir io;
     const std::string out = (io.path / "out").string(), err = (io.path / "err").string();
     const std::string cmd = "cd '" + dir + "' && SDL_VIDEODRIVER=dummy SDL_AUDIODRIVER=dummy timeout 30 " + command +
                             " >'" + out + "' 2>'" + err + "'";
     const int rc = std::system(cmd.c_str());
-    RunResult r;
-    r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-    r.out = read_file(out);
-    r.err = read_file(err);
-    return r;
+    return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, read_file(out), read_file(err)};
 }
 
-inline RunResult run_tvm2(const std::string& dir, const std::string& args) {
+inline Process run_tvm2(const std::string& dir, const std::string& args) {
     return run_in(dir, std::string("'") + TVM2_BIN + "' " + args);
 }

@@ -1,6 +1,4 @@
-// Argument classification, the program and root searches, in this process.
-#include <unistd.h>
-
+// Argument classification, and the program and root searches.
 #include <vector>
 
 #include "fe_harness.h"
@@ -9,8 +7,9 @@ namespace {
 
 // Runs parse_command_line with the given arguments from directory cwd.
 struct Parse {
-    TestFrontend t;
+    StartupState st;
     std::optional<int> status;
+    std::string log, err;
     Parse(const fs::path& cwd, std::vector<std::string> args) {
         const fs::path back = fs::current_path();
         fs::current_path(cwd);
@@ -18,39 +17,28 @@ struct Parse {
         std::vector<char*> argv;
         for (auto& a : args) argv.push_back(a.data());
         testing::internal::CaptureStderr();
-        status = parse_command_line(*t.m, t.fe->start, static_cast<int>(argv.size()), argv.data(), [] { return 4321u; });
+        status = parse_command_line(st, static_cast<int>(argv.size()), argv.data(), [] { return 4321u; },
+                                    [this](std::string_view t) { log += t; });
         err = testing::internal::GetCapturedStderr();
         fs::current_path(back);
     }
-    Machine& m() { return *t.m; }
-    StartupState& st() { return t.fe->start; }
-    std::string err;
 };
 
 const char* const kNoProgram = "Error: No .tvx file specified or file not found.\nUsage: tvm2 <file.tvx> [test_func]\n";
 
 TEST(CommandLine, ProgramThenWordsGivesTestFunctionAndPrefixedArguments) {
-    TempDir d;
-    write_file(d.path / "game.tvx", "TVX");
-    Parse p(d.path, {"-v", "game.tvx", "check", "more"});
-    EXPECT_FALSE(p.status.has_value());
-    EXPECT_EQ(p.m().tvxFilePath, d.str() + "/game.tvx");
-    EXPECT_EQ(p.m().single_program_mode, 1);
-    EXPECT_EQ(p.st().unit_test_mode, 1);
-    EXPECT_EQ(p.st().unit_test_func, "check");
-    EXPECT_EQ(p.st().unit_test_start_tick, 4321u);
-    EXPECT_EQ(p.m().tvxProgArgs, "check " + d.str() + "/more");
-    EXPECT_EQ(p.t.log(), "Verbose mode enabled\nUnit test mode: func=check\n");
-}
-
-TEST(CommandLine, AbsolutePathsAreTakenAsTypedAndLaterProgramsWin) {
     TempDir d, other;
-    write_file(d.path / "one.tvx", "");
-    write_file(other.path / "two.tvx", "");
-    Parse p(other.path, {d.str() + "/one.tvx", "two.tvx", "/no/such/word"});
-    EXPECT_EQ(p.m().tvxFilePath, other.str() + "/two.tvx");
-    EXPECT_EQ(p.st().unit_test_func, "/no/such/word");
-    EXPECT_EQ(p.m().tvxProgArgs, "/no/such/word");
+    write_file(d.path / "game.tvx", "TVX");
+    write_file(other.path / "one.tvx", "");
+    Parse p(d.path, {"-v", other.str() + "/one.tvx", "game.tvx", "check", "more"});
+    EXPECT_FALSE(p.status.has_value());
+    EXPECT_EQ(p.st.tvxFilePath, d.str() + "/game.tvx");  // absolute paths as typed; the later program wins
+    EXPECT_TRUE(p.st.single_program_mode);
+    EXPECT_EQ(p.st.unit_test_mode, 1);
+    EXPECT_EQ(p.st.unit_test_func, "check");
+    EXPECT_EQ(p.st.unit_test_start_tick, 4321u);
+    EXPECT_EQ(p.st.tvxProgArgs, "check " + d.str() + "/more");
+    EXPECT_EQ(p.log, "Verbose mode enabled\nUnit test mode: func=check\n");
 }
 
 TEST(CommandLine, DirectoryGivesItsTvxFileWithoutSingleProgramMode) {
@@ -61,11 +49,11 @@ TEST(CommandLine, DirectoryGivesItsTvxFileWithoutSingleProgramMode) {
     fs::create_directories(d.path / "games" / "folder.tvx");
     write_file(d.path / "games" / "play.tvx", "");
     Parse p(d.path, {"games", "word"});
-    EXPECT_EQ(p.m().tvxFilePath, d.str() + "/games/play.tvx");
-    EXPECT_EQ(p.m().single_program_mode, 0);
-    EXPECT_EQ(p.st().unit_test_mode, 0);  // only a named file makes a word the test function
-    EXPECT_EQ(p.m().tvxProgArgs, d.str() + "/word");
-    EXPECT_EQ(p.t.log(), "");
+    EXPECT_EQ(p.st.tvxFilePath, d.str() + "/games/play.tvx");
+    EXPECT_FALSE(p.st.single_program_mode);
+    EXPECT_EQ(p.st.unit_test_mode, 0);  // only a named file makes a word the test function
+    EXPECT_EQ(p.st.tvxProgArgs, d.str() + "/word");
+    EXPECT_EQ(p.log, "");
 }
 
 TEST(CommandLine, RefusedFilesMissingPathsAndTestDirectoriesWithoutProgram) {
@@ -76,18 +64,13 @@ TEST(CommandLine, RefusedFilesMissingPathsAndTestDirectoriesWithoutProgram) {
     Parse p(d.path, {"GAME.TVX", "notes.tvx.txt", "gone", "tests", "testFunc"});
     EXPECT_EQ(p.status, 1);
     EXPECT_EQ(p.err, kNoProgram);
-    EXPECT_EQ(p.t.log(), "File is not a .tvx file: " + d.str() + "/GAME.TVX\n" +
-                             "File is not a .tvx file: " + d.str() + "/notes.tvx.txt\n" +
-                             "Path not found: " + d.str() + "/gone\n" +
-                             "No .tvx file found in directory, may be unit test dir: " + d.str() + "/tests\n" +
-                             "Unit test mode: dir=" + d.str() + "/tests, func=testFunc\n");
-    EXPECT_EQ(p.st().unit_test_dir, d.str() + "/tests");
-    EXPECT_EQ(p.m().tvxProgArgs, "testFunc");
-
-    Parse v(d.path, {"--verbose"});
-    EXPECT_EQ(v.status, 1);
-    EXPECT_EQ(v.t.log(), "Verbose mode enabled\n");
-    EXPECT_EQ(v.err, kNoProgram);
+    EXPECT_EQ(p.log, "File is not a .tvx file: " + d.str() + "/GAME.TVX\n" +
+                         "File is not a .tvx file: " + d.str() + "/notes.tvx.txt\n" +
+                         "Path not found: " + d.str() + "/gone\n" +
+                         "No .tvx file found in directory, may be unit test dir: " + d.str() + "/tests\n" +
+                         "Unit test mode: dir=" + d.str() + "/tests, func=testFunc\n");
+    EXPECT_EQ(p.st.unit_test_dir, d.str() + "/tests");
+    EXPECT_EQ(p.st.tvxProgArgs, "testFunc");
 }
 
 TEST(CommandLine, ArgumentStringAndNamesAreCut) {
@@ -100,10 +83,9 @@ TEST(CommandLine, ArgumentStringAndNamesAreCut) {
 
     TempDir d;
     write_file(d.path / "p.tvx", "");
-    const std::string func(300, 'f');
-    Parse p(d.path, {"p.tvx", func});
-    EXPECT_EQ(p.st().unit_test_func, std::string(255, 'f'));
-    EXPECT_EQ(p.m().tvxProgArgs, std::string(255, 'f'));
+    Parse p(d.path, {"p.tvx", std::string(300, 'f')});
+    EXPECT_EQ(p.st.unit_test_func, std::string(255, 'f'));
+    EXPECT_EQ(p.st.tvxProgArgs, std::string(255, 'f'));
 }
 
 TEST(RootSearch, FindDirLooksDownToTheGivenDepthAndSkipsHiddenDirectories) {
@@ -123,58 +105,35 @@ TEST(RootSearch, FindDirLooksDownToTheGivenDepthAndSkipsHiddenDirectories) {
 TEST(RootSearch, CandidatesInOrderThenSearchesThenTheLastResort) {
     std::vector<std::string> dirs, searches;
     int found_at = -1;  // which search succeeds
-    auto is_dir = [&](const std::string& p) {
-        return std::find(dirs.begin(), dirs.end(), p) != dirs.end();
-    };
+    auto is_dir = [&](const std::string& p) { return std::find(dirs.begin(), dirs.end(), p) != dirs.end(); };
     auto find = [&](std::string& out, const std::string& base, const std::string& name, int depth, int maxdepth) {
         searches.push_back(base + " " + name + " " + std::to_string(depth) + " " + std::to_string(maxdepth));
         if (static_cast<int>(searches.size()) - 1 != found_at) return 0;
         out = "/found" + base;
         return 1;
     };
-    StartupState st;
     dirs = {"/storage/emulated/0/TovixOS", "/mnt/TovixOS"};
-    GetExePath(st, is_dir, find);
-    EXPECT_EQ(st.ExePath, "/mnt");
+    EXPECT_EQ(GetExePath(is_dir, find), "/mnt");
     dirs = {"/storage/emulated/0/TovixOS", "/media/sdcard/TovixOS", "./TovixOS"};
-    GetExePath(st, is_dir, find);
-    EXPECT_EQ(st.ExePath, ".");
+    EXPECT_EQ(GetExePath(is_dir, find), ".");
     dirs = {"/mnt/SDCARD/TovixOS"};
-    GetExePath(st, is_dir, find);
-    EXPECT_EQ(st.ExePath, "/mnt/SDCARD");
+    EXPECT_EQ(GetExePath(is_dir, find), "/mnt/SDCARD");
     EXPECT_TRUE(searches.empty());
 
     dirs = {};
-    GetExePath(st, is_dir, find);
-    EXPECT_EQ(st.ExePath, "/media/QEMU VVFAT");
+    EXPECT_EQ(GetExePath(is_dir, find), "/media/QEMU VVFAT");
     EXPECT_EQ(searches, (std::vector<std::string>{"/media TovixOS 0 2", "/ TovixOS 0 4"}));
     searches.clear();
     found_at = 1;
-    GetExePath(st, is_dir, find);
-    EXPECT_EQ(st.ExePath, "/found/");
-}
+    EXPECT_EQ(GetExePath(is_dir, find), "/found/");
 
-TEST(RootSearch, InitWorkDirLogsTheRootAndEntersIt) {
+    // The real file system, from a directory that holds TovixOS.
     TempDir d;
     fs::create_directories(d.path / "TovixOS");
     const fs::path back = fs::current_path();
     fs::current_path(d.path);
-    TestFrontend t;
-    initWorkDir(*t.m, t.fe->start);
-    EXPECT_EQ(t.log(), "root = .\n");
-    EXPECT_EQ(fs::current_path(), fs::canonical(d.path));
+    EXPECT_EQ(GetExePath(), ".");
     fs::current_path(back);
-}
-
-TEST(RootSearch, ModuleFileNameIsThisExecutable) {
-    char buf[4096];
-    ASSERT_NE(GetModuleFileName(buf, sizeof buf), nullptr);
-    EXPECT_EQ(fs::path(buf).filename(), "tvm2_frontend_tests");
-    char small[5];
-    ASSERT_EQ(GetModuleFileName(small, sizeof small), small);
-    EXPECT_EQ(std::string(small), std::string(buf).substr(0, 4));
-    EXPECT_EQ(GetModuleFileName(nullptr, 10), nullptr);
-    EXPECT_EQ(GetModuleFileName(buf, 0), nullptr);
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
-// Frame geometry, the window rules, and presents read back from a window of
-// SDL's dummy video driver.
-#include <thread>
-
-#include "display/screen.h"
+// Frame geometry, the window rules, presents read back from a window of
+// SDL's dummy video driver, and the loop's presents and timed redraws.
 #include "fe_harness.h"
 
 namespace {
@@ -16,49 +13,43 @@ void expect_rect(const SDL_Rect& r, int x, int y, int w, int h) {
     EXPECT_EQ(r.h, h);
 }
 
-TEST(FrameGeometry, LargeScreensAreCutFromTheMiddleAndFitTheWindow) {
+TEST(FrameGeometry, ScreensFitTheWindowAndOnlyGrowingWindowsAreAdopted) {
     FrameRects r = frame_rects(240, 160, 320, 240, 640, 480, false);
     expect_rect(r.src, 40, 40, 240, 160);
     expect_rect(r.dst, 0, 27, 640, 426);  // 640 * 160 / 240 = 426 rows, (480 - 426) / 2 above
     r = frame_rects(160, 240, 320, 240, 640, 480, false);
     expect_rect(r.src, 80, 0, 160, 240);
     expect_rect(r.dst, 160, 0, 320, 480);  // too tall at full width: full height instead
-    r = frame_rects(320, 240, 320, 240, 1024, 600, false);
-    expect_rect(r.dst, 112, 0, 800, 600);
-}
-
-TEST(FrameGeometry, SmallScreensUseTheWholeSurfaceAndPortraitFramesAreMoved) {
-    FrameRects r = frame_rects(160, 80, 640, 480, 640, 480, false);
+    r = frame_rects(160, 80, 640, 480, 640, 480, false);
     expect_rect(r.src, 0, 0, 640, 480);
-    expect_rect(r.dst, 0, 0, 640, 480);
     // A 480x640 display: landscape 640x480, turned, centred on the display.
-    r = frame_rects(320, 240, 320, 240, 640, 480, true);
-    expect_rect(r.dst, -80, 80, 640, 480);
     r = frame_rects(240, 160, 320, 240, 640, 480, true);
     expect_rect(r.dst, -80, 107, 640, 426);
-}
 
-TEST(FrameGeometry, HandheldDesktopsAndWindowResizes) {
     EXPECT_TRUE(desktop_is_handheld(1024, 600));
-    EXPECT_TRUE(desktop_is_handheld(800, 480));
     EXPECT_FALSE(desktop_is_handheld(1025, 600));
     EXPECT_FALSE(desktop_is_handheld(1024, 601));
-    EXPECT_FALSE(desktop_is_handheld(1920, 1080));
-
-    TestFrontend t;
-    Frontend& fe = *t.fe;
+    Frontend fe;
     fe.windowWidth = 640;
     fe.windowHeight = 480;
     window_resized(fe, 600, 500);  // narrower: kept
     EXPECT_EQ(fe.windowWidth, 640);
-    window_resized(fe, 800, 600);
-    EXPECT_EQ(fe.windowWidth, 800);
-    EXPECT_EQ(fe.windowHeight, 600);
-    EXPECT_EQ(fe.need_rotate_270, 0);
     window_resized(fe, 900, 1200);  // portrait: turned
     EXPECT_EQ(fe.windowWidth, 1200);
     EXPECT_EQ(fe.windowHeight, 900);
     EXPECT_EQ(fe.need_rotate_270, 1);
+}
+
+// A w x h frame of one colour (palette 255 white, 20 red, 0 black).
+std::shared_ptr<Frame> frame(int w, int h, uint8_t colour) {
+    auto f = std::make_shared<Frame>();
+    f->width = w;
+    f->height = h;
+    f->pal[255] = 0xFFFF;
+    f->pal[20] = 0xF800;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) f->pixels[y * kFrameStride + x] = colour;
+    return f;
 }
 
 // A real window of the dummy driver, the software renderer and the surfaces.
@@ -68,14 +59,7 @@ protected:
     void SetUp() override {
         initSDL(fe);
         ASSERT_NE(fe.sdlRenderer, nullptr);
-        m.graph_mode = 8;
-        SetPalette(m);
-    }
-    void TearDown() override {
-        SDL_FreeSurface(fe.gScreenSurfaceFull);
-        SDL_FreeSurface(fe.gScreenSurface);
-        SDL_DestroyRenderer(fe.sdlRenderer);
-        SDL_DestroyWindow(fe.sdlWindow);
+        SDL_FlushEvents(SDL_FIRSTEVENT, SDL_LASTEVENT);  // the new window's own events
     }
     // Reads back the window after a present, as 0xRRGGBB per pixel.
     uint32_t at(int x, int y) {
@@ -86,44 +70,35 @@ protected:
         // the low bits clear or set.
         return px & 0xF8FCF8;
     }
-    void fill_screen(int w, int h, uint8_t colour) {
-        m.ScreenWidth = w;
-        m.ScreenHeight = h;
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) m.ScreenBuffer[y * kPlaneStride + x] = colour;
+    uint16_t surface_pixel(int x, int y) {
+        const SDL_Surface* s = fe.gScreenSurface;
+        return *reinterpret_cast<const uint16_t*>(static_cast<const uint8_t*>(s->pixels) + y * s->pitch + 2 * x);
     }
 
     TestFrontend t;
-    Machine& m = *t.m;
-    Frontend& fe = *t.fe;
+    Frontend& fe = t.fe;
 };
 
 TEST_F(Presenting, LargeScreenFillsTheWindowWidthCentred) {
-    EXPECT_NE(t.log().find("Window mode: 640 x 480\n"), std::string::npos) << t.log();
-    fill_screen(240, 160, 255);  // white
-    m.ScreenBuffer[0] = 0;       // black top-left guest pixel
-    ToviNeedRefresh(m);
-    EXPECT_TRUE(sdl_pass(fe));
-    EXPECT_EQ(m.need_refresh.load(), 0);
-    EXPECT_EQ(fe.fps_frames_curr.load(), 1u);
-    EXPECT_EQ(fe.gCurrSurface, fe.gScreenSurface);
+    EXPECT_NE(t.log.find("Window mode: 640 x 480\n"), std::string::npos) << t.log;
+    auto f = frame(240, 160, 255);
+    f->pixels[0] = 0;  // black top-left guest pixel
+    present(fe, f);
+    EXPECT_EQ(fe.fps_frames_curr, 1u);
+    EXPECT_EQ(fe.gScreenSurfaceFull, nullptr);
     EXPECT_EQ(at(320, 26), 0u);  // bars above and below the 640x426 picture
     EXPECT_EQ(at(320, 27 + 426), 0u);
-    EXPECT_EQ(at(320, 27), kWhite);
     EXPECT_EQ(at(639, 27 + 425), kWhite);
     EXPECT_EQ(at(1, 28), 0u);  // the top-left guest pixel, enlarged
     EXPECT_EQ(at(4, 27), kWhite);
 }
 
 TEST_F(Presenting, SmallScreenGetsTheWindowSizedSurfaceUntilFullScreenToggles) {
-    fill_screen(160, 80, 255);
-    force_present(fe);
+    present(fe, frame(160, 80, 255));
     ASSERT_NE(fe.gScreenSurfaceFull, nullptr);
-    EXPECT_EQ(fe.gCurrSurface, fe.gScreenSurfaceFull);
     EXPECT_EQ(fe.gScreenSurfaceFull->w, 640);
     EXPECT_EQ(fe.gScreenSurfaceFull->h, 480);
-    EXPECT_EQ(fe.touch.u, 480 / 18);  // touch buttons laid out for the window, kept as a texture
-    EXPECT_NE(fe.touch_texture, nullptr);
+    EXPECT_EQ(fe.touch.u, 480 / 18);  // touch buttons laid out for the window
     // Enlarged by 4: 640x320, rows 80 to 399.
     EXPECT_EQ(at(320, 79), 0u);
     EXPECT_EQ(at(0, 80), kWhite);
@@ -132,7 +107,6 @@ TEST_F(Presenting, SmallScreenGetsTheWindowSizedSurfaceUntilFullScreenToggles) {
     toggleFullscreen(fe);
     EXPECT_EQ(fe.gScreenSurfaceFull, nullptr);
     EXPECT_EQ(fe.is_fullscreen, 1);
-    EXPECT_EQ(m.can_refresh.load(), 1);
 }
 
 // A portrait display: the landscape frame turned by 270 degrees fills it,
@@ -144,93 +118,103 @@ TEST_F(Presenting, PortraitDisplaysGetTheFrameTurned) {
     fe.sdlWindow = SDL_CreateWindow("portrait", 0, 0, 480, 640, 0);
     fe.sdlRenderer = SDL_CreateRenderer(fe.sdlWindow, -1, SDL_RENDERER_SOFTWARE);
     ASSERT_NE(fe.sdlRenderer, nullptr);
-    fe.windowWidth = 640;
-    fe.windowHeight = 480;
     fe.need_rotate_270 = 1;
-    fill_screen(320, 240, 255);
+    auto f = frame(320, 240, 255);
     for (int y = 0; y < 16; ++y)
         for (int x = 0; x < 16; ++x) {
-            m.ScreenBuffer[y * kPlaneStride + x] = 0;                        // black top-left
-            m.ScreenBuffer[(224 + y) * kPlaneStride + 304 + x] = 20;         // red bottom-right
+            f->pixels[y * kFrameStride + x] = 0;                // black top-left
+            f->pixels[(224 + y) * kFrameStride + 304 + x] = 20;  // red bottom-right
         }
-    force_present(fe);
+    present(fe, f);
     EXPECT_EQ(at(10, 630), 0u);
     EXPECT_EQ(at(470, 10), 0xF80000u);
     EXPECT_EQ(at(10, 10), kWhite);
     EXPECT_EQ(at(470, 630), kWhite);
-    EXPECT_EQ(at(240, 320), kWhite);
 }
 
 TEST_F(Presenting, OverlaysAreDrawnIntoThePresentedFrame) {
-    fill_screen(320, 240, 0);
-    auto pixel = [&](int x, int y) {
-        const SDL_Surface* s = fe.gScreenSurface;
-        return *reinterpret_cast<const uint16_t*>(static_cast<const uint8_t*>(s->pixels) + y * s->pitch + 2 * x);
-    };
     auto green_in_top_row = [&] {
         int n = 0;
         for (int y = 0; y < 8; ++y)
-            for (int x = 280; x < 320; ++x) n += pixel(x, y) == 0x07E0;
+            for (int x = 280; x < 320; ++x) n += surface_pixel(x, y) == 0x07E0;
         return n;
     };
-    force_present(fe);
+    present(fe, frame(320, 240, 0));
     EXPECT_EQ(green_in_top_row(), 0);
-    EXPECT_EQ(pixel(42, 50), 0);
+    EXPECT_EQ(surface_pixel(42, 50), 0);
     fe.show_fps = 1;
     fe.show_keymap = 1;
     fe.start.unit_test_mode = 1;
-    force_present(fe);
-    EXPECT_GT(green_in_top_row(), 0);        // "00/00" at the top right
-    EXPECT_EQ(pixel(42, 50), 0xFFFF);        // the key map's frame
-    EXPECT_EQ(pixel(20, 80), 0xFFFF);        // the unit-test panel's frame, centred
+    present_again(fe);
+    EXPECT_GT(green_in_top_row(), 0);           // "00/00" at the top right
+    EXPECT_EQ(surface_pixel(42, 50), 0xFFFF);  // the key map's frame
+    EXPECT_EQ(surface_pixel(20, 80), 0xFFFF);  // the unit-test panel's frame, centred
 }
 
-TEST_F(Presenting, VmThreadPresentsAreServedByTheLoop) {
-    fill_screen(320, 240, 255);
-    std::atomic<bool> returned{false};
-    std::thread vm([&] {
-        m.host->HardwareRefresh(m);
-        returned = true;
-    });
-    for (int i = 0; i < 200 && !returned; ++i) sdl_pass(fe);
-    vm.join();
-    EXPECT_TRUE(returned);
-    EXPECT_EQ(fe.fps_frames_curr.load(), 1u);
-    EXPECT_EQ(fe.presents_served.load(), 1u);
-    EXPECT_EQ(at(0, 0), kWhite);
-
-    fe.closing = true;  // after shutdown began a request returns at once
-    std::thread late([&] { m.host->HardwareRefresh(m); });
-    late.join();
-    EXPECT_EQ(fe.present_requests.load(), 1u);
-    EXPECT_FALSE(m.host->keep_waiting(m));
+// A guest that presents twice within one slice (a mode switch shows what is
+// pending first) gets both frames on the window.
+TEST_F(Presenting, EveryFrameTheGuestPresentsReachesTheWindow) {
+    std::string src = ".tvx bits=24 mode=8\n";
+    for (int mode : {4, 8, 4, 8})
+        src += "push_char 1\npush_char 1\npush_char 1\nc_point\npush_char " + std::to_string(mode) +
+               "\nc_setgraphmode\npop_val\n";
+    t.load(src + "good_exit\n");
+    RunResult r;
+    while (sdl_pass(fe, &r)) {
+    }
+    ASSERT_NE(fe.shown, nullptr);
+    EXPECT_GE(fe.shown->number, 4u);
+    EXPECT_EQ(fe.fps_frames_curr, fe.shown->number);
 }
 
-TEST_F(Presenting, WindowEventsRedrawForThreeSecondsAndTheCounterRollsOver) {
+TEST_F(Presenting, IdleGuestsAreRedrawnOnlyAfterWindowEventsAndForTheUnitTestPanel) {
+    t.load("push_char 1\npush_char 1\npush_char 1\nc_point\nc_getchar\ngood_exit\n");
+    RunResult r;
+    ASSERT_TRUE(sdl_pass(fe, &r));
+    EXPECT_EQ(r.status, RunStatus::Waiting);
+    EXPECT_EQ(fe.fps_frames_curr, 1u);
+    sdl_pass(fe, &r);
+    EXPECT_EQ(fe.fps_frames_curr, 1u);
+
     SDL_Event e{};
     e.type = SDL_WINDOWEVENT;
     e.window.event = SDL_WINDOWEVENT_EXPOSED;
     SDL_PushEvent(&e);
-    sdl_pass(fe);
-    ASSERT_NE(fe.last_window_event, 0u);
-    EXPECT_EQ(fe.fps_frames_curr.load(), 0u);
-    sdl_pass(fe);  // the next pass marks the screen dirty, the one after presents
-    sdl_pass(fe);
-    EXPECT_GE(fe.fps_frames_curr.load(), 1u);
-    while (SDL_GetTicks() < 3100) SDL_Delay(50);
-    fe.last_window_event = SDL_GetTicks() - 3000;
-    sdl_pass(fe);
-    EXPECT_EQ(fe.last_window_event, 0u);
+    sdl_pass(fe, &r);
+    sdl_pass(fe, &r);
+    EXPECT_EQ(fe.fps_frames_curr, 3u);  // drawn again on every pass for a while
+    fe.redraw_until = SDL_GetTicks();   // ... until three seconds have passed
+    sdl_pass(fe, &r);
+    EXPECT_EQ(fe.redraw_until, 0u);
+    EXPECT_EQ(fe.fps_frames_curr, 3u);
 
-    m.fps_need_frames_curr = 0;
-    ToviNeedRefresh(m);
-    ToviNeedRefresh(m);
+    fe.start.unit_test_mode = 1;
+    fe.last_unit_test_present = SDL_GetTicks() - 250;
+    sdl_pass(fe, &r);
+    sdl_pass(fe, &r);
+    EXPECT_EQ(fe.fps_frames_curr, 4u);  // the panel's clock, every 250 ms
+
+    // The counter's second rolls over: presents and the guest's dirty marks.
     fe.fps_st = SDL_GetTicks() - 1000;
-    const uint32_t frames = fe.fps_frames_curr.load();
-    sdl_pass(fe);
-    EXPECT_EQ(fe.fps_need_frames, 2u);
-    EXPECT_EQ(fe.fps_frames, frames);
-    EXPECT_EQ(fe.fps_frames_curr.load(), 1u);  // this pass's own present, in the new second
+    sdl_pass(fe, &r);
+    EXPECT_EQ(fe.fps_frames, 4u);
+    EXPECT_EQ(fe.fps_need_frames, 1u);  // the one point
+    EXPECT_EQ(fe.fps_frames_curr, 0u);
+}
+
+// While the guest waits on time, the loop sleeps until the guest's wake-up
+// time rather than running it again and again.
+TEST_F(Presenting, WaitingOnTimeSleepsUntilTheWakeUpTime) {
+    t.load("push_int 40\nc_delay\ngood_exit\n");
+    RunResult r;
+    int passes = 0;
+    while (sdl_pass(fe, &r)) {
+        ASSERT_EQ(r.wait, WaitKind::Time);
+        wait_for_events(fe, r);
+        ++passes;
+    }
+    EXPECT_LE(passes, 3);
+    EXPECT_GE(core_time(fe.core), 39'062'500u);  // 40 ms in whole 1/256 s ticks
 }
 
 }  // namespace

@@ -18,7 +18,10 @@ check() {
   xvfb-run -a -s "-screen 0 1280x1024x24" bash -c '
     cd "$1" && shift
     tvm2=$1 xshot=$2 name=$3; shift 3
-    "$tvm2" "$name.tvx" >"$name.log" 2>&1 & pid=$!
+    # No leak check here: the X11, OpenGL and D-Bus libraries leave blocks
+    # behind when SDL unloads them at exit (tvm2 itself is leak-checked by
+    # the tests under the dummy video driver).
+    ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0 "$tvm2" "$name.tvx" >"$name.log" 2>&1 & pid=$!
     "$xshot" "$name.png" "$@"; rc=$?
     # Asked to end, as the window manager would: the window closes, tvm2
     # leaves with status 0.
