@@ -118,7 +118,7 @@ TEST(Exit, ControlLeavingTheImageEndsTheProgram) {
 // blocks (checked by the sanitizer build) and must stop within its budget.
 TEST(Hostile, RandomProgramsNeverEscape) {
     std::mt19937 rng(12345);
-    for (int round = 0; round < 800; ++round) {
+    for (int round = 0; round < 300; ++round) {
         Code c;
         const int n = static_cast<int>(rng() % 64);
         for (int i = 0; i < n; ++i) {
