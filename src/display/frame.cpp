@@ -39,9 +39,9 @@ inline void store2(uint16_t* dst, uint16_t c) {
 
 // 1:1 copy, centred; a surface narrower (or lower) than the guest screen
 // shows the middle of the picture.
-void copy_1to1(const Frame& m, const Surface16& s) {
-    int width = guest_w(m), height = guest_h(m);
-    const uint8_t* src = plane0(m);
+void copy_1to1(const Frame& f, const Surface16& s) {
+    int width = guest_w(f), height = guest_h(f);
+    const uint8_t* src = plane0(f);
     if (width > s.w) {
         src += (width - s.w) / 2;
         width = s.w;
@@ -53,19 +53,19 @@ void copy_1to1(const Frame& m, const Surface16& s) {
     const int left = (s.w - width) / 2, top = (s.h - height) / 2;
     for (int y = 0; y < height; ++y, src += kFrameStride) {
         uint16_t* dst = row_at(s, top + y) + left;
-        for (int x = 0; x < width; ++x) dst[x] = m.pal[src[x]];
+        for (int x = 0; x < width; ++x) dst[x] = f.pal[src[x]];
     }
 }
 
 // 4x4 blocks in mode 1 with the grid look: 3x3 of the pixel's colour, the
 // right column and bottom row in palette entry 2 on ink, paper on paper.
-void scale4_mono_grid(const Frame& m, uint16_t* row0, int pitch_points, int sw, int sh) {
-    const uint8_t* src = plane0(m);
+void scale4_mono_grid(const Frame& f, uint16_t* row0, int pitch_points, int sw, int sh) {
+    const uint8_t* src = plane0(f);
     for (int y = 0; y < sh; ++y, src += kFrameStride, row0 += 4 * pitch_points) {
         uint16_t* d = row0;
         for (int x = 0; x < sw; ++x, d += 4) {
             const int v = src[x] & 1;
-            const uint16_t a = m.pal[v], g = m.pal[2 * v];
+            const uint16_t a = f.pal[v], g = f.pal[2 * v];
             for (int r = 0; r < 3; ++r) {
                 uint16_t* p = d + r * pitch_points;
                 store2(p, a);
@@ -81,22 +81,22 @@ void scale4_mono_grid(const Frame& m, uint16_t* row0, int pitch_points, int sw, 
 // Fixed factor 2 or 4: each source byte becomes an f x f block, written in
 // pairs of pixels.
 template <int F>
-void scale_fixed(const Frame& m, Surface16& s) {
+void scale_fixed(const Frame& f, Surface16& s) {
     if (!usable(s)) return;
-    const int sw = guest_w(m), sh = guest_h(m);
+    const int sw = guest_w(f), sh = guest_h(f);
     int left = 0, top = 0;
     if (!place(s, int64_t{F} * sw, int64_t{F} * sh, &left, &top)) return;
     const int pitch_points = s.pitch / 2;
     uint16_t* row0 = row_at(s, top) + left;
-    if (F == 4 && m.graph_mode == 1 && m.grid) {
-        scale4_mono_grid(m, row0, pitch_points, sw, sh);
+    if (F == 4 && f.graph_mode == 1 && f.grid) {
+        scale4_mono_grid(f, row0, pitch_points, sw, sh);
         return;
     }
-    const uint8_t* src = plane0(m);
+    const uint8_t* src = plane0(f);
     for (int y = 0; y < sh; ++y, src += kFrameStride, row0 += F * pitch_points) {
         uint16_t* d = row0;
         for (int x = 0; x < sw; ++x, d += F) {
-            const uint16_t c = m.pal[src[x]];
+            const uint16_t c = f.pal[src[x]];
             for (int r = 0; r < F; ++r)
                 for (int k = 0; k < F; k += 2) store2(d + r * pitch_points + k, c);
         }
@@ -126,37 +126,37 @@ void frame_to_xrgb8888(const Frame& f, uint32_t* out) {
         }
 }
 
-void DmaRefresh(const Frame& m, Surface16* surface) {
+void DmaRefresh(const Frame& f, Surface16* surface) {
     if (!surface || !usable(*surface)) return;
     Surface16& s = *surface;
-    if (m.clean) {
+    if (f.clean) {
         std::memset(s.pixels, 0, static_cast<size_t>(s.h) * static_cast<size_t>(s.pitch));
     }
-    const int sw = guest_w(m), sh = guest_h(m);
+    const int sw = guest_w(f), sh = guest_h(f);
     if (sh < 32 || sw < 1) return;
     if (s.w != 320 || s.h != 240) {
         const int scale = std::min(s.w / sw, s.h / sh);
-        if (m.graph_mode == 1 && m.grid && scale > 2) return ScaleX_grid(m, s, scale);
-        if (scale > 4 || scale == 3) return ScaleX(m, s, scale);
-        if (scale == 4) return Scale4X(m, s);
-        if (scale == 2) return Scale2X(m, s);
+        if (f.graph_mode == 1 && f.grid && scale > 2) return ScaleX_grid(f, s, scale);
+        if (scale > 4 || scale == 3) return ScaleX(f, s, scale);
+        if (scale == 4) return Scale4X(f, s);
+        if (scale == 2) return Scale2X(f, s);
     }
-    copy_1to1(m, s);
+    copy_1to1(f, s);
 }
 
-void ScaleX(const Frame& m, Surface16& s, int multiple) {
+void ScaleX(const Frame& f, Surface16& s, int multiple) {
     if (!usable(s) || multiple < 1) return;
-    const int sw = guest_w(m), sh = guest_h(m);
+    const int sw = guest_w(f), sh = guest_h(f);
     int left = 0, top = 0;
     if (!place(s, int64_t{multiple} * sw, int64_t{multiple} * sh, &left, &top)) return;
     const int pitch_points = s.pitch / 2;
     const size_t row_bytes = static_cast<size_t>(sw) * static_cast<size_t>(multiple) * 2;
     uint16_t* row0 = row_at(s, top) + left;
-    const uint8_t* src = plane0(m);
+    const uint8_t* src = plane0(f);
     for (int y = 0; y < sh; ++y, src += kFrameStride) {
         uint16_t* d = row0;
         for (int x = 0; x < sw; ++x) {
-            const uint16_t c = m.pal[src[x]];
+            const uint16_t c = f.pal[src[x]];
             for (int k = 0; k < multiple; ++k) *d++ = c;
         }
         for (int r = 1; r < multiple; ++r) std::memcpy(row0 + r * pitch_points, row0, row_bytes);
@@ -174,23 +174,23 @@ void calc_grid(const Frame& s, uint16_t grid[2], int multiple) {
     grid[1] = static_cast<uint16_t>((c2 & 0xF81F) | ((c2 >> 16) & 0x07E0));
 }
 
-void ScaleX_grid(const Frame& m, Surface16& s, int multiple) {
+void ScaleX_grid(const Frame& f, Surface16& s, int multiple) {
     if (!usable(s) || multiple < 2) return;
-    const int sw = guest_w(m), sh = guest_h(m);
+    const int sw = guest_w(f), sh = guest_h(f);
     int left = 0, top = 0;
     if (!place(s, int64_t{multiple} * sw, int64_t{multiple} * sh, &left, &top)) return;
     uint16_t grid[2];
-    calc_grid(m, grid, multiple);
+    calc_grid(f, grid, multiple);
     const int pitch_points = s.pitch / 2;
     const size_t row_bytes = static_cast<size_t>(sw) * static_cast<size_t>(multiple) * 2;
     uint16_t* row0 = row_at(s, top) + left;
-    const uint8_t* src = plane0(m);
+    const uint8_t* src = plane0(f);
     for (int y = 0; y < sh; ++y, src += kFrameStride) {
         uint16_t* d = row0;
         uint16_t* bottom = row0 + (multiple - 1) * pitch_points;  // the band's last row
         for (int x = 0; x < sw; ++x) {
             const uint8_t v = src[x];
-            const uint16_t c = m.pal[v], g = grid[v != 0];
+            const uint16_t c = f.pal[v], g = grid[v != 0];
             for (int k = 0; k < multiple - 1; ++k) *d++ = c;
             *d++ = g;
             for (int k = 0; k < multiple; ++k) *bottom++ = g;
@@ -200,5 +200,5 @@ void ScaleX_grid(const Frame& m, Surface16& s, int multiple) {
     }
 }
 
-void Scale4X(const Frame& m, Surface16& s) { scale_fixed<4>(m, s); }
-void Scale2X(const Frame& m, Surface16& s) { scale_fixed<2>(m, s); }
+void Scale4X(const Frame& f, Surface16& s) { scale_fixed<4>(f, s); }
+void Scale2X(const Frame& f, Surface16& s) { scale_fixed<2>(f, s); }
