@@ -268,7 +268,7 @@ bool normalised(const std::string& p) {
 
 // The root a task level's files and paths are resolved against.
 const char* level_root(const Machine& m, int lev) {
-    return lev == m.task_lev ? m.RootPath : m.task[lev].RootPath;
+    return lev == m.task_lev ? m.RootPath : m.task[lev].dirs.RootPath;
 }
 
 // Host path (GB2312) root + rest, where rest must be a normalised guest path.
@@ -381,19 +381,19 @@ void put_tasks(Writer& w, const Machine& m) {
     put_image(w, m.pTOVI.get());
     for (const TaskRecord& t : m.task) {
         w.u32(t.mode);
-        w.cstr(t.CD, sizeof t.CD);
-        w.cstr(t.RootPath, sizeof t.RootPath);
-        w.u32(t.RamBits);
-        for (const uint16_t v : {t.graph_mode, t.bgcolor, t.fgcolor}) w.u16(v);
-        w.bytes(t.palette, sizeof t.palette);
+        w.cstr(t.dirs.CD, sizeof t.dirs.CD);
+        w.cstr(t.dirs.RootPath, sizeof t.dirs.RootPath);
+        w.u32(t.regs.RamBits);
+        for (const uint16_t v : {t.screen.graph_mode, t.screen.bgcolor, t.screen.fgcolor}) w.u16(v);
+        w.bytes(t.screen.palette, sizeof t.screen.palette);
         w.bytes(t.key_code, sizeof t.key_code);
-        w.i32(t.ScreenWidth);
-        w.i32(t.ScreenHeight);
-        w.u8(t.secret);
+        w.i32(t.screen.ScreenWidth);
+        w.i32(t.screen.ScreenHeight);
+        w.u8(t.regs.secret);
         put_image(w, t.image.get());
-        for (const uint32_t v : {t.lRam, t.lPC, t.local_sp, t.local_bp}) w.u32(v);
-        w.u8(t.eval_top);
-        w.u32(t.string_ptr);
+        for (const uint32_t v : {t.regs.lRam, t.regs.lPC, t.regs.local_sp, t.regs.local_bp}) w.u32(v);
+        w.u8(t.regs.eval_top);
+        w.u32(t.regs.string_ptr);
     }
     w.end(s);
 }
@@ -405,20 +405,21 @@ void get_tasks(Reader& in, Machine& m) {
     if (r.ok() && !m.pTOVI) r.fail("no program image");
     for (TaskRecord& t : m.task) {
         t.mode = r.u32();
-        r.cstr(t.CD, sizeof t.CD, "directory");
-        r.cstr(t.RootPath, sizeof t.RootPath, "root");
-        t.RamBits = r.u32();
-        for (uint16_t* v : {&t.graph_mode, &t.bgcolor, &t.fgcolor}) *v = r.u16();
-        r.bytes(t.palette, sizeof t.palette);
+        r.cstr(t.dirs.CD, sizeof t.dirs.CD, "directory");
+        r.cstr(t.dirs.RootPath, sizeof t.dirs.RootPath, "root");
+        t.regs.RamBits = r.u32();
+        t.regs.addr_mask = t.regs.RamBits > 16 ? 0xFFFFFF : 0xFFFF;
+        for (uint16_t* v : {&t.screen.graph_mode, &t.screen.bgcolor, &t.screen.fgcolor}) *v = r.u16();
+        r.bytes(t.screen.palette, sizeof t.screen.palette);
         r.bytes(t.key_code, sizeof t.key_code);
-        t.ScreenWidth = static_cast<int32_t>(r.ranged(r.i32(), 0, 320, "saved screen width"));
-        t.ScreenHeight = static_cast<int32_t>(r.ranged(r.i32(), 0, 240, "saved screen height"));
-        t.secret = r.u8();
+        t.screen.ScreenWidth = static_cast<int32_t>(r.ranged(r.i32(), 0, 320, "saved screen width"));
+        t.screen.ScreenHeight = static_cast<int32_t>(r.ranged(r.i32(), 0, 240, "saved screen height"));
+        t.regs.secret = r.u8();
         t.image = get_image(r, "a nested program's image");
-        for (uint32_t* v : {&t.lRam, &t.lPC, &t.local_sp, &t.local_bp}) *v = r.u32();
-        t.eval_top = r.u8();
-        t.string_ptr = r.u32();
-        t.lRam = static_cast<uint32_t>(r.ranged(t.lRam, 0, kRamMask, "saved RAM base"));
+        for (uint32_t* v : {&t.regs.lRam, &t.regs.lPC, &t.regs.local_sp, &t.regs.local_bp}) *v = r.u32();
+        t.regs.eval_top = r.u8();
+        t.regs.string_ptr = r.u32();
+        t.regs.lRam = static_cast<uint32_t>(r.ranged(t.regs.lRam, 0, kRamMask, "saved RAM base"));
     }
     r.finish("TASK");
 }
@@ -633,7 +634,7 @@ void check_machine(Reader& r, const Machine& m, const std::vector<SavedFile>& fi
             r.fail("task level " + std::to_string(lev) + (needed ? " lacks" : " has") + " a program image");
             return;
         }
-        if (lev < m.task_lev && (!valid_ram_bits(t.RamBits) || !valid_pc(t.lPC, *t.image)))
+        if (lev < m.task_lev && (!valid_ram_bits(t.regs.RamBits) || !valid_pc(t.regs.lPC, *t.image)))
             r.fail("task level " + std::to_string(lev) + " does not fit its image");
     }
     if (exec_wait && m.task_lev + 1 >= kTaskLevels) r.fail("a program is started past the last level");
@@ -650,8 +651,8 @@ void check_machine(Reader& r, const Machine& m, const std::vector<SavedFile>& fi
     if (root0.empty()) r.fail("no guest root");
     check_root(m.RootPath);
     for (const TaskRecord& t : m.task) {
-        check_root(t.RootPath);
-        if (!normalised(t.CD)) r.fail("directory is not a guest path");
+        check_root(t.dirs.RootPath);
+        if (!normalised(t.dirs.CD)) r.fail("directory is not a guest path");
     }
     if (!normalised(m.CD)) r.fail("directory is not a guest path");
     if (exec_wait && !under_root(m.wait.child, m.RootPath)) r.fail("program to start lies outside the guest root");
@@ -673,7 +674,7 @@ bool move_root(Machine& m, const std::string& old_root, const std::string& new_r
         return true;
     };
     bool ok = move(m.RootPath);
-    for (TaskRecord& t : m.task) ok = move(t.RootPath) && ok;
+    for (TaskRecord& t : m.task) ok = move(t.dirs.RootPath) && ok;
     if (m.wait.child.compare(0, old_root.size(), old_root) == 0) m.wait.child = new_root + m.wait.child.substr(old_root.size());
     return ok && m.wait.child.size() < kPathMax;
 }

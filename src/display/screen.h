@@ -2,18 +2,22 @@
 // colours and palette.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
 inline constexpr int kPlaneStride = 320;
 inline constexpr int kPlaneSize = 320 * 240;  // 76,800 bytes
 
-struct Screen {
-    // Plane 0 (visible) then plane 1 (buffer).
-    alignas(4) uint8_t ScreenBuffer[2 * kPlaneSize] = {};
+// The screen settings a program keeps while it runs another: saved and
+// restored as a whole.
+struct ScreenSettings {
     int32_t ScreenWidth = 160, ScreenHeight = 80;
     uint16_t graph_mode = 8, bgcolor = 0, fgcolor = 255;
     uint8_t palette[768] = {};  // 256 entries stored blue, green, red
+};
+
+struct Screen : ScreenSettings {
+    // Plane 0 (visible) then plane 1 (buffer).
+    alignas(4) uint8_t ScreenBuffer[2 * kPlaneSize] = {};
     uint8_t GRAY = 0;
     uint8_t need_clean = 0;
 };

@@ -11,11 +11,16 @@ struct Machine;
 inline constexpr int kMaxFiles = 16;     // handles 0x80-0x8F
 inline constexpr size_t kPathMax = 256;  // path buffers, terminator included
 
-struct Files {
+// The directories a program keeps while it runs another: saved and restored
+// as a whole.
+struct GuestDirs {
     // Host directory that the guest sees as "/", ending in "/" (GB2312).
     char RootPath[kPathMax] = "TovixOS/";
     // Guest current directory relative to the root, no leading or trailing "/".
     char CD[kPathMax] = {};
+};
+
+struct Files : GuestDirs {
     // Host path (GB2312) of the last guest name, empty when it was rejected.
     char FileName[kPathMax] = {};
     // Full name of the running program: its host path at the outermost

@@ -31,26 +31,30 @@ struct TvxImage {
     uint32_t end() const { return file_size + 1; }  // first offset outside the image
 };
 
-struct Cpu {
-    // Program image and program counter (an offset into the image).
-    std::unique_ptr<TvxImage> pTOVI;
-    const uint8_t* code = nullptr;  // pTOVI->bytes.data(), cached for the fetch loop
-    uint32_t code_end = 0;          // pTOVI->end()
-    uint32_t lPC = 0;
-
+// The registers of the running program that a program keeps while it runs
+// another: saved and restored as a whole.
+struct TaskRegisters {
+    uint32_t lPC = 0;  // program counter, an offset into the image
     // Guest memory: every guest address is an offset from lRam, reduced into
     // the 1 MiB block.
     uint32_t lRam = 0;
     uint32_t RamBits = 16;
     uint32_t addr_mask = 0xFFFF;  // 0xFFFF for 16-bit programs, else 0xFFFFFF
-
     uint8_t eval_top = 0;
+    uint8_t secret = 0;
+    uint32_t string_ptr = kStringStack;
+    uint32_t local_bp = 0, local_sp = 0;
+};
+
+struct Cpu : TaskRegisters {
+    // The running program's image.
+    std::unique_ptr<TvxImage> pTOVI;
+    const uint8_t* code = nullptr;  // pTOVI->bytes.data(), cached for the fetch loop
+    uint32_t code_end = 0;          // pTOVI->end()
+
     uint32_t a1 = 0, a3 = 0, result = 0;
     uint32_t func_x = 0;
     uint32_t TextBuffer = kTextBuffer, eval_stack = kEvalStack, string_stack = kStringStack;
-    uint32_t string_ptr = kStringStack;
-    uint32_t local_bp = 0, local_sp = 0;
-    uint8_t secret = 0;
     int64_t d_line = -1;
     uint32_t ramuses = 0, ramusee = 0, ramarm = 0;
     int64_t seed = 0;

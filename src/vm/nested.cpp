@@ -11,12 +11,6 @@
 #include "vm/loader.h"
 #include "vm/machine.h"
 
-void Save_Palette(Machine& m) { std::memcpy(m.task[m.task_lev].palette, m.palette, sizeof m.palette); }
-
-void Load_Palette(Machine& m) {
-    std::memcpy(m.palette, m.task[m.task_lev].palette, sizeof m.palette);
-}
-
 namespace {
 
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
@@ -58,23 +52,10 @@ void c_exec(Machine& m) {
     const int lev = m.task_lev;
     m.task[lev + 1].mode = mode;
     TaskRecord& t = m.task[lev];
-    t.local_bp = m.local_bp;
-    t.local_sp = m.local_sp;
-    t.eval_top = m.eval_top;
-    t.string_ptr = m.string_ptr;
-    t.lRam = m.lRam;
-    t.lPC = m.lPC;
-    t.RamBits = m.RamBits;
-    t.graph_mode = m.graph_mode;
-    t.bgcolor = m.bgcolor;
-    t.fgcolor = m.fgcolor;
-    Save_Palette(m);
+    t.regs = m;
+    t.screen = m;
+    t.dirs = m;
     SaveKeyCode(m);
-    t.ScreenWidth = m.ScreenWidth;
-    t.ScreenHeight = m.ScreenHeight;
-    t.secret = m.secret;
-    std::memcpy(t.CD, m.CD, sizeof t.CD);
-    std::memcpy(t.RootPath, m.RootPath, sizeof t.RootPath);
 
     write_child_cmdline(m, m.local_sp + kCmdLine, m.VirtualFullName, args);
     // The child's image waits in its level's record until the keys are up.
@@ -106,24 +87,10 @@ void exit_nested(Machine& m, uint32_t code) {
     c_closeall(m);
     m.task_lev -= 1;
     const TaskRecord& t = m.task[m.task_lev];
-    m.lPC = t.lPC;
-    m.lRam = t.lRam;
-    m.eval_top = t.eval_top;
-    m.local_sp = t.local_sp;
-    m.local_bp = t.local_bp;
-    m.string_ptr = t.string_ptr;
-    set_ram_bits(m, t.RamBits);
-    const bool mode_changed = m.graph_mode != t.graph_mode;
-    m.graph_mode = t.graph_mode;
-    if (t.ScreenWidth != m.ScreenWidth || t.ScreenHeight != m.ScreenHeight || mode_changed)
-        Adjust_Window(m, t.ScreenWidth, t.ScreenHeight, mode_changed);
-    m.bgcolor = t.bgcolor;
-    m.fgcolor = t.fgcolor;
-    Load_Palette(m);
+    static_cast<TaskRegisters&>(m) = t.regs;
+    static_cast<ScreenSettings&>(m) = t.screen;
+    static_cast<GuestDirs&>(m) = t.dirs;
     LoadKeyCode(m);
-    m.secret = t.secret;
-    std::memcpy(m.CD, t.CD, sizeof m.CD);
-    std::memcpy(m.RootPath, t.RootPath, sizeof m.RootPath);
     set_sys_ram(m);
     // The child's image is freed here.
     set_image(m, std::move(m.task[m.task_lev].image));

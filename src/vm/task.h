@@ -2,11 +2,11 @@
 // another, restored when that one ends.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
 
+#include "display/screen.h"
 #include "fs/files.h"
 #include "vm/cpu.h"
 
@@ -16,19 +16,12 @@ struct TaskRecord {
     // Written by the parent for this level; bit 7 of the low byte forbids
     // this level to start programs.
     uint32_t mode = 0;
-    char CD[kPathMax] = {};
-    char RootPath[kPathMax] = {};
-    uint32_t RamBits = 16;
-    uint16_t graph_mode = 0, bgcolor = 0, fgcolor = 0;
-    uint8_t palette[768] = {};
+    // What the level's program had when it started another.
+    TaskRegisters regs;
+    ScreenSettings screen;
+    GuestDirs dirs{{}, {}};
     uint8_t key_code[13] = {};
-    int32_t ScreenWidth = 0, ScreenHeight = 0;
-    uint8_t secret = 0;
     std::unique_ptr<TvxImage> image;
-    uint32_t lRam = 0, lPC = 0;
-    uint32_t local_sp = 0, local_bp = 0;
-    uint8_t eval_top = 0;
-    uint32_t string_ptr = 0;
 };
 
 struct Tasks {
@@ -47,9 +40,6 @@ struct Tasks {
 
 struct Machine;
 
-// Copies the palette into / back from the current level's task record.
-void Save_Palette(Machine& m);
-void Load_Palette(Machine& m);
 // Ends a nested program with exit code `code`: the parent resumes with the
 // code as the result of its start call.
 void exit_nested(Machine& m, uint32_t code);
