@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "core/core.h"
 #include "frontend/gui/touch.h"
@@ -107,6 +108,22 @@ void wait_for_events(Frontend& fe, const RunResult& r);
 // Passes until the window closes, an exit key is pressed or a single
 // program ends.
 void sdlLoop(Frontend& fe);
+
+// --- quicksave.cpp ---
+
+// The folder of the quick-save slots: $XDG_DATA_HOME/tvm2, or
+// $HOME/.local/share/tvm2 when XDG_DATA_HOME is unset or not absolute; empty
+// when HOME is not absolute either.
+std::string quick_slot_dir();
+// A program's slot in that folder: its file name made safe, a hash of its
+// absolute path (so that programs of the same name keep apart), ".state".
+// Empty when there is no folder.
+std::string quick_slot_path(const std::string& program);
+// Saves the whole machine into the running program's slot (F5).
+void quick_save(Frontend& fe);
+// Loads the slot (F9) and shows its frame at once; when there is no slot or
+// the state cannot be loaded, nothing changes. Each logs one line.
+void quick_load(Frontend& fe);
 
 // --- keymap.cpp ---
 

@@ -1,5 +1,6 @@
 // Keyboard and game controller: the core's buttons, the host chords (grid,
-// frame counter, full screen, exit, key map) and the controller itself.
+// frame counter, full screen, exit, key map), quick save and load, and the
+// controller itself.
 #include "frontend/keymap.h"
 
 #include "frontend/frontend.h"
@@ -118,6 +119,10 @@ void key_event(Frontend& fe, const SDL_KeyboardEvent& k) {
             fe.show_keymap ^= 1;
             present_again(fe);
         }
+        return;
+    }
+    if (sym == SDLK_F5 || sym == SDLK_F9) {
+        if (down) sym == SDLK_F5 ? quick_save(fe) : quick_load(fe);
         return;
     }
     const uint16_t bit = host_key_button(sym);

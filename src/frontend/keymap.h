@@ -7,7 +7,8 @@
 
 #include "core/core.h"
 
-// The button a host key stands for, or 0. Escape and F1 are handled apart.
+// The button a host key stands for, or 0. Escape, F1, F5 and F9 are handled
+// apart.
 uint16_t host_key_button(SDL_Keycode key);
 
 // Xbox-type controllers have their face buttons swapped, so that a button

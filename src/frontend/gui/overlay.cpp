@@ -168,21 +168,23 @@ void draw_fps(Surface16& s, int fps_frames, int fps_need_frames, int screen_widt
 }
 
 void draw_keymap_sdl(Surface16& s, std::string_view program_name) {
-    constexpr int X = 42, Y = 50, W = 235, H = 140;
+    // Inside the middle 240x160 of a 320x240 surface, the part a 240x160
+    // guest screen shows.
+    constexpr int X = 42, Y = 44, W = 235, H = 152, kRowCount = 8;
     panel(s, X, Y, W, H);
     mesDrawString(s, X + (W - 88) / 2, Y + 8, "Key Mapping", kMesWhite, kMesTransparent);
     hline(s, 44, 274, Y + 18, kMesGreen);
-    vline(s, X + 117, Y + 19, Y + 112, kMesGreen);
+    vline(s, X + 117, Y + 19, Y + H - 28, kMesGreen);
 
     // Labels as the panel has always shown them (L1+SEL for the counter,
     // R1+SEL for the grid), although the chords do the opposite.
-    static constexpr const char* kRows[7][4] = {
+    static constexpr const char* kRows[kRowCount][4] = {
         {"Arrows", "D-Pad", "Tab/PgUp", "L1"},      {"L/Space", "A", "BS/PgDn", "R1"},
         {"K/LCtrl", "B", "L1+SEL", "FPS"},          {"P/LShift", "X", "R1+SEL", "Grid"},
         {"O/LAlt", "Y", "Select", "Menu"},          {"5/RCtrl", "SEL", "6/Enter", "Start"},
-        {"SEL+START", "Exit", "Alt+Ent", "Full"},
+        {"SEL+START", "Exit", "Alt+Ent", "Full"},   {"F5", "Save", "F9", "Load"},
     };
-    for (int i = 0; i < 7; ++i) {
+    for (int i = 0; i < kRowCount; ++i) {
         const int y = Y + 23 + 12 * i;
         mesDrawString(s, 48, y, kRows[i][0], kMesYellow, kMesTransparent);
         mesDrawString(s, 114, y, kRows[i][1], kMesWhite, kMesTransparent);

@@ -42,8 +42,9 @@ void mes_darken(Surface16& s, int x, int y, int w, int h);
 // the left for a 240x160 one.
 void draw_fps(Surface16& s, int fps_frames, int fps_need_frames, int screen_width, int screen_height);
 
-// The key-map panel at (42, 50), 235x140, whatever the surface size; the
-// footer names the program (program_name followed by " v0.1").
+// The key-map panel at (42, 44), 235x152, whatever the surface size: the
+// buttons, the host chords and the quick save and load keys; the footer
+// names the program (program_name followed by " v0.1").
 void draw_keymap_sdl(Surface16& s, std::string_view program_name);
 
 // The unit-test panel, 280x80, centred: the test function (first 30
