@@ -239,7 +239,7 @@ TEST_F(CoreTest, DamagedStatesAreRefusedAndChangeNothing) {
     fs::rename(dir / "keys.dat", dir / "moved.dat");
     Host c;
     EXPECT_NE(core_load_state(c.core, state).find("keys.dat"), std::string::npos);
-    EXPECT_FALSE(c.core.loaded);
+    EXPECT_FALSE(c.core.loaded());
 }
 
 TEST_F(CoreTest, RealClockGoesOnFromTheSavedGuestTime) {

@@ -87,13 +87,12 @@ std::string core_load(Core& core, const LoadOptions& o) {
     m->need_refresh = 1;  // the first run shows the screen
     core.machine = std::move(m);
     *core.input = CoreInput{};
-    core.loaded = true;
     return "";
 }
 
 RunResult core_run(Core& core, const RunBudget& budget) {
     RunResult r;
-    if (!core.loaded) {
+    if (!core.loaded()) {
         r.status = RunStatus::Ended;
         r.exit_code = -1;
         return r;
@@ -174,36 +173,36 @@ void core_set_buttons(Core& core, uint16_t pressed) {
 }
 
 void core_request_exit(Core& core) {
-    if (core.loaded) core.machine->force_exit_tvx = 1;
+    if (core.loaded()) core.machine->force_exit_tvx = 1;
 }
 
-uint64_t core_time(const Core& core) { return core.loaded ? guest_now(*core.machine) : 0; }
+uint64_t core_time(const Core& core) { return core.loaded() ? guest_now(*core.machine) : 0; }
 
 void core_set_time(Core& core, uint64_t ns) {
-    if (core.loaded) advance_clock(*core.machine, ns);
+    if (core.loaded()) advance_clock(*core.machine, ns);
 }
 
-std::shared_ptr<const Frame> core_frame(const Core& core) { return core.loaded ? core.machine->frame : nullptr; }
+std::shared_ptr<const Frame> core_frame(const Core& core) { return core.loaded() ? core.machine->frame : nullptr; }
 
 std::shared_ptr<const Frame> core_present_now(Core& core) {
-    if (!core.loaded) return nullptr;
+    if (!core.loaded()) return nullptr;
     present_frame(*core.machine);
     return core.machine->frame;
 }
 
 void core_set_grid(Core& core, bool on) {
-    if (core.loaded) core.machine->use_grid = on ? 1 : 0;
+    if (core.loaded()) core.machine->use_grid = on ? 1 : 0;
 }
 
-bool core_grid(const Core& core) { return core.loaded && core.machine->use_grid; }
+bool core_grid(const Core& core) { return core.loaded() && core.machine->use_grid; }
 
-bool core_ended(const Core& core) { return core.loaded && core.machine->exited && core.machine->single_program_mode; }
+bool core_ended(const Core& core) { return core.loaded() && core.machine->exited && core.machine->single_program_mode; }
 
-int32_t core_exit_code(const Core& core) { return core.loaded ? core.machine->exit_code : -1; }
+int32_t core_exit_code(const Core& core) { return core.loaded() ? core.machine->exit_code : -1; }
 
 void core_close_files(Core& core) {
     core.host->flush_console();
-    if (core.loaded) close_all_files(*core.machine);
+    if (core.loaded()) close_all_files(*core.machine);
 }
 
 Machine& core_machine(Core& core) { return *core.machine; }

@@ -104,7 +104,7 @@ struct Core {
     std::unique_ptr<CoreInput> input;
     std::unique_ptr<CoreHost> host;
     CoreSinks sinks;
-    bool loaded = false;
+    bool loaded() const { return machine != nullptr; }
 };
 
 // Loads the program named in opts into a fresh machine. Returns "" on

@@ -682,7 +682,7 @@ bool move_root(Machine& m, const std::string& old_root, const std::string& new_r
 }  // namespace
 
 std::vector<uint8_t> core_save_state(const Core& core) {
-    if (!core.loaded) return {};
+    if (!core.loaded()) return {};
     const Machine& m = *core.machine;
     Writer w;
     w.bytes(reinterpret_cast<const uint8_t*>(kMagic), sizeof kMagic);
@@ -755,7 +755,7 @@ std::string core_load_state_at(Core& core, std::span<const uint8_t> state, const
     }
 
     // The files are read as the running machine has left them so far.
-    if (core.loaded) flush_all_files(*core.machine);
+    if (core.loaded()) flush_all_files(*core.machine);
     for (const SavedFile& f : files) {
         char host[kPathMax];
         true_name_0(f.path.c_str(), host, level_root(*m, m->ftask[f.slot]));
@@ -778,6 +778,5 @@ std::string core_load_state_at(Core& core, std::span<const uint8_t> state, const
 
     core.machine = std::move(m);
     core.input = std::move(input);
-    core.loaded = true;
     return "";
 }

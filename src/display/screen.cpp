@@ -78,8 +78,7 @@ void ClearNdsScreen(Screen& s) {
     s.need_clean = 1;
 }
 
-void Adjust_Window(Screen& s, int width, int height, bool force) {
-    if (width == s.ScreenWidth && height == s.ScreenHeight && !force) return;
+void Adjust_Window(Screen& s, int width, int height) {
     s.ScreenWidth = width;
     s.ScreenHeight = height;
 }

@@ -51,4 +51,4 @@ void SetPalette(Screen& s);
 void tvx_setpalette(Machine& m, uint8_t from, int32_t num, uint32_t addr);
 void Color256Init(Screen& s);
 void ClearNdsScreen(Screen& s);
-void Adjust_Window(Screen& s, int width, int height, bool force);
+void Adjust_Window(Screen& s, int width, int height);

@@ -221,7 +221,7 @@ void tvxReset(Machine& m) {
     width = std::clamp(width, 32, 320);
     if (height == 0) height = 80;
     height = std::clamp(height, 32, 240);
-    Adjust_Window(m, width, height, mode_changed);
+    Adjust_Window(m, width, height);
 
     m.line_mode = 0;
     setscreen(m, 0);
