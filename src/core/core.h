@@ -165,8 +165,11 @@ std::string core_load_state(Core& core, std::span<const uint8_t> state);
 int findFirstTvxFile(std::string& out, const std::string& dir);
 
 // Searches base and the directories below it (at most maxdepth levels,
-// hidden names skipped) for one that holds a sub-directory called name.
-// Returns 1 and writes that directory into out, else 0.
+// hidden names, symbolic links, /proc, /sys, /dev and other kernel file
+// systems skipped, at most kFindDirBudget directories opened) for one that
+// holds a sub-directory called name. Returns 1 and writes that directory
+// into out, else 0.
+inline constexpr int kFindDirBudget = 4096;
 int findDir(std::string& out, const std::string& base, const std::string& name, int depth, int maxdepth);
 using FindDirFn = std::function<int(std::string&, const std::string&, const std::string&, int, int)>;
 

@@ -100,6 +100,17 @@ TEST(RootSearch, FindDirLooksDownToTheGivenDepthAndSkipsHiddenDirectories) {
     EXPECT_EQ(out, d.str() + "/.hid");
     EXPECT_EQ(findDir(out, d.str() + "/missing", "TovixOS", 0, 3), 0);
     EXPECT_EQ(findFirstTvxFile(out, d.str() + "/missing"), 0);
+    // Links are not followed (they lead into /proc/PID/cwd and back up the tree).
+    fs::create_directories(d.path / "l");
+    fs::create_directory_symlink(d.path / "a" / "b", d.path / "l" / "link");
+    EXPECT_EQ(findDir(out, d.str() + "/l", "TovixOS", 0, 3), 0);
+    // Kernel and device file systems are never searched: each name lies one level below "/".
+    for (const char* name : {"kernel", "self", "pts"}) {
+        SCOPED_TRACE(name);
+        out.clear();
+        findDir(out, "/", name, 0, 1);
+        EXPECT_TRUE(out != "/sys" && out != "/proc" && out != "/dev" && !out.starts_with("//")) << out;
+    }
 }
 
 TEST(RootSearch, CandidatesInOrderThenSearchesThenTheLastResort) {
