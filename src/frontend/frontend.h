@@ -6,6 +6,7 @@
 
 #include <SDL.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -62,8 +63,10 @@ void fe_log(const Frontend& fe, const char* fmt, ...) __attribute__((format(prin
 
 // --- window.cpp ---
 
-// A desktop no larger than 1024x600 is taken for a handheld's own display.
-inline bool desktop_is_handheld(int w, int h) { return w <= 1024 && h <= 600; }
+// A display no larger than 1024x600 once turned to landscape (the longer side
+// as its width) is taken for a handheld's own: 480x640, 480x800 and 600x1024
+// portrait panels as much as 1024x600.
+inline bool desktop_is_handheld(int w, int h) { return std::max(w, h) <= 1024 && std::min(w, h) <= 600; }
 
 // SDL, controller, window (640x480, or full-screen on a handheld display),
 // renderer and the 320x240 surface. Ends the process with status 1 when SDL,

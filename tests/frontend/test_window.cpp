@@ -1,5 +1,7 @@
 // Frame geometry, the window rules, presents read back from a window of
 // SDL's dummy video driver, and the loop's presents and timed redraws.
+#include <tuple>
+
 #include "fe_harness.h"
 
 namespace {
@@ -26,9 +28,10 @@ TEST(FrameGeometry, ScreensFitTheWindowAndOnlyGrowingWindowsAreAdopted) {
     r = frame_rects(240, 160, 320, 240, 640, 480, true);
     expect_rect(r.dst, -80, 107, 640, 426);
 
-    EXPECT_TRUE(desktop_is_handheld(1024, 600));
-    EXPECT_FALSE(desktop_is_handheld(1025, 600));
-    EXPECT_FALSE(desktop_is_handheld(1024, 601));
+    // Handheld or desktop by the display turned to landscape.
+    for (auto [w, h, handheld] : {std::tuple{1024, 600, true}, {600, 1024, true}, {480, 640, true}, {480, 800, true},
+                                  {1025, 600, false}, {600, 1025, false}, {1024, 601, false}, {601, 1024, false}})
+        EXPECT_EQ(desktop_is_handheld(w, h), handheld) << w << "x" << h;
     Frontend fe;
     fe.windowWidth = 640;
     fe.windowHeight = 480;
