@@ -71,6 +71,12 @@ TEST(CommandLine, RefusedFilesMissingPathsAndTestDirectoriesWithoutProgram) {
                          "Unit test mode: dir=" + d.str() + "/tests, func=testFunc\n");
     EXPECT_EQ(p.st.unit_test_dir, d.str() + "/tests");
     EXPECT_EQ(p.st.tvxProgArgs, "testFunc");
+    // With a program after them, a test directory and function run.
+    write_file(d.path / "p.tvx", "");
+    Parse q(d.path, {"tests", "testFunc", "p.tvx", "w"});
+    EXPECT_FALSE(q.status.has_value());
+    EXPECT_EQ(q.st.unit_test_mode, 1);
+    EXPECT_EQ(q.st.tvxProgArgs, "testFunc " + d.str() + "/w");
 }
 
 TEST(CommandLine, ArgumentStringAndNamesAreCut) {
