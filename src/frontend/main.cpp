@@ -22,7 +22,11 @@ void install_signal_handlers() {
     sa.sa_handler = on_stop_signal;
     sa.sa_flags = SA_RESETHAND;
     sigemptyset(&sa.sa_mask);
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &sa, nullptr);
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) {
+        // A signal ignored from the start (nohup, a background job) stays ignored.
+        struct sigaction old {};
+        if (sigaction(sig, nullptr, &old) == 0 && old.sa_handler != SIG_IGN) sigaction(sig, &sa, nullptr);
+    }
 }
 
 }  // namespace
