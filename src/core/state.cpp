@@ -573,7 +573,7 @@ void get_files(Reader& in, Machine& m, std::vector<SavedFile>* files) {
     Reader r = in.section("FILE");
     r.cstr(m.RootPath, sizeof m.RootPath, "root");
     r.cstr(m.CD, sizeof m.CD, "directory");
-    m.disk_added = r.i64();
+    m.disk_added = r.ranged(r.i64(), -(int64_t{1} << 62), int64_t{1} << 62, "disk use");
     const uint32_t n = static_cast<uint32_t>(r.ranged(r.u32(), 0, kMaxFiles, "open file count"));
     for (uint32_t k = 0; k < n && r.ok(); ++k) {
         SavedFile f;

@@ -105,6 +105,13 @@ const char* host_mode(const std::string& mode) {
     return nullptr;
 }
 
+// What may still be added under the disk limit (limits beyond 2^60 bytes
+// count as 2^60, so that the sums below cannot overflow).
+int64_t disk_left(const Files& f) {
+    const int64_t limit = static_cast<int64_t>(std::min<uint64_t>(f.disk_limit, uint64_t{1} << 60));
+    return std::clamp<int64_t>(limit - f.disk_added, 0, int64_t{1} << 61);
+}
+
 int64_t file_size(FILE* s) {
     struct stat st;
     return fstat(fileno(s), &st) == 0 ? st.st_size : 0;
@@ -118,8 +125,7 @@ uint32_t disk_room(Files& f, int slot, uint32_t count, int64_t* pos) {
     if (f.fsize[slot] < 0) f.fsize[slot] = file_size(s);
     const int64_t size = f.fsize[slot];
     *pos = f.fmode[slot][0] == 'a' ? size : std::max<int64_t>(std::ftell(s), 0);
-    const int64_t room = static_cast<int64_t>(f.disk_limit) - f.disk_added;
-    const int64_t fits = std::max<int64_t>(size + std::max<int64_t>(room, 0) - *pos, 0);
+    const int64_t fits = std::max<int64_t>(size + disk_left(f) - *pos, 0);
     return static_cast<uint32_t>(std::min<int64_t>(count, fits));
 }
 
@@ -244,7 +250,7 @@ FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, boo
     return s;
 }
 
-bool room_for_entry(const Files& f) { return f.disk_added + kNewEntryBytes <= static_cast<int64_t>(f.disk_limit); }
+bool room_for_entry(const Files& f) { return disk_left(f) >= kNewEntryBytes; }
 void note_new_entry(Files& f) { f.disk_added += kNewEntryBytes; }
 void note_freed(Files& f, int64_t bytes) { f.disk_added -= bytes; }
 
