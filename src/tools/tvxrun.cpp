@@ -131,10 +131,11 @@ const char* const kUsage =
     "written out and closed, and the status is 128 + the signal's number.\n"
     "\n"
     "Exit status: the program's exit code; 122 standard output, a screenshot,\n"
-    "dump or state could not be written; 123 the program waited for a key after the key script had\n"
-    "ended; 124 step limit reached; 125 usage error; 126 the program or the\n"
-    "state could not be loaded (a state file that is cut short, damaged or of\n"
-    "another format version changes nothing).\n";
+    "dump or state could not be written; 123 the program waited for a key\n"
+    "after the key script had ended; 124 step limit reached; 125 usage error\n"
+    "(also a --root that is not a directory, a number out of range); 126 the\n"
+    "program or the state could not be loaded (a state file that is cut short,\n"
+    "damaged or of another format version changes nothing).\n";
 
 // One line of the trace: offset, mnemonic and operands as encoded.
 void trace_line(const Machine& m) {
