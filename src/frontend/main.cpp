@@ -16,11 +16,12 @@ volatile std::sig_atomic_t g_stop_signal = 0;
 
 extern "C" void on_stop_signal(int sig) { g_stop_signal = sig; }
 
-// The loop sees the flag at its next pass; a second signal ends tvm2 at once.
+// The loop sees the flag at its next pass. The handler stays: senders such
+// as timeout(1) may deliver the same signal twice.
 void install_signal_handlers() {
     struct sigaction sa {};
     sa.sa_handler = on_stop_signal;
-    sa.sa_flags = SA_RESETHAND;
+    sa.sa_flags = 0;
     sigemptyset(&sa.sa_mask);
     for (const int sig : {SIGINT, SIGTERM, SIGHUP}) {
         // A signal ignored from the start (nohup, a background job) stays ignored.

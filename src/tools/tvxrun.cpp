@@ -43,12 +43,13 @@ volatile std::sig_atomic_t g_stop_signal = 0;
 
 extern "C" void on_stop_signal(int sig) { g_stop_signal = sig; }
 
-// The signals end the run between two slices; a second one ends the
-// process at once. A closed pipe on standard output is a write error.
+// The signals end the run between two slices (the handler stays: senders
+// such as timeout(1) may deliver the same signal twice). A closed pipe on
+// standard output is a write error.
 void install_signal_handlers() {
     struct sigaction sa {};
     sa.sa_handler = on_stop_signal;
-    sa.sa_flags = SA_RESETHAND;
+    sa.sa_flags = 0;
     sigemptyset(&sa.sa_mask);
     for (const int sig : {SIGINT, SIGTERM, SIGHUP}) {
         // A signal ignored from the start (nohup, a background job) stays ignored.
