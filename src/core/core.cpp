@@ -75,6 +75,7 @@ std::string core_load(Core& core, const LoadOptions& o) {
     m->tvxProgArgs = o.args;
     m->single_program_mode = o.single_program ? 1 : 0;
     m->use_grid = o.grid ? 1 : 0;
+    m->disk_limit = o.disk_limit;
     start_clock(*m, o.virtual_clock);
     Color256Init(*m);
     m->s_year = 2022;
@@ -199,6 +200,12 @@ bool core_grid(const Core& core) { return core.loaded() && core.machine->use_gri
 bool core_ended(const Core& core) { return core.loaded() && core.machine->exited && core.machine->single_program_mode; }
 
 int32_t core_exit_code(const Core& core) { return core.loaded() ? core.machine->exit_code : -1; }
+
+static_assert(LoadOptions{}.disk_limit == kDefaultDiskLimit);
+
+void core_set_disk_limit(Core& core, uint64_t bytes) {
+    if (core.loaded()) core.machine->disk_limit = bytes;
+}
 
 void core_close_files(Core& core) {
     core.host->flush_console();

@@ -57,6 +57,10 @@ struct LoadOptions {
     // run is reproducible. Otherwise guest time is the host's real time.
     bool virtual_clock = true;
     bool grid = true;  // grid look for enlarged monochrome screens
+    // Bytes the run may add to its guest root (file growth, and 4 KiB per
+    // new file or directory, less what it frees); past it writes fail as on
+    // a full disk.
+    uint64_t disk_limit = 256 << 20;
 };
 
 // Where the log and the guest's console text go (UTF-8). Unset: standard
@@ -148,6 +152,10 @@ bool core_grid(const Core& core);
 // Whether the program has ended (single-program mode) and its exit code.
 bool core_ended(const Core& core);
 int32_t core_exit_code(const Core& core);
+
+// Changes the disk limit of the loaded machine (a loaded save state keeps
+// the limit the machine had before it).
+void core_set_disk_limit(Core& core, uint64_t bytes);
 
 // Writes out what the guest's open files hold and closes them (for a host
 // that stops the machine before the program ends).

@@ -7,6 +7,7 @@
 #include <SDL.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -49,6 +50,9 @@ struct Frontend {
 
     uint16_t held = 0;           // buttons held as the core was last told (1 = held)
     bool exit_requested = false;  // an exit key or chord: the loop ends
+    // Where the host's signal handler notes a signal that asks tvm2 to end
+    // (non-zero): the loop ends at its next pass. Null: none.
+    const volatile std::sig_atomic_t* stop_signal = nullptr;
     uint32_t redraw_until = 0;  // after a window event: tick until which it is redrawn; 0: none
     uint32_t last_unit_test_present = 0;
 

@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "base/strformat.h"
 #include "core/core.h"
 
 namespace {
@@ -67,10 +68,8 @@ void logf(const LogSink& sink, const char* fmt, ...) {
 }
 
 void vlogf(const LogSink& sink, const char* fmt, va_list ap) {
-    char buf[1024];
-    const int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
-    if (n <= 0) return;
-    const std::string_view text(buf, std::min(static_cast<size_t>(n), sizeof buf - 1));
+    const std::string text = vstrformat(fmt, ap);
+    if (text.empty()) return;
     if (sink)
         sink(text);
     else

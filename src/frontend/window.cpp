@@ -60,6 +60,9 @@ int half_floor(int v) { return v >> 1; }
 }  // namespace
 
 void initSDL(Frontend& fe) {
+    // SIGINT and SIGTERM stay with tvm2's own handlers instead of becoming a
+    // window close, so that the exit status tells which signal it was.
+    SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
     if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_JOYSTICK | SDL_INIT_GAMECONTROLLER) < 0) {
         fe_log(fe, "SDL could not initialize! SDL Error: %s\n", SDL_GetError());
         std::exit(1);

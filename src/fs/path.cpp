@@ -168,12 +168,14 @@ int my_chdir(Files& f, std::string_view guest_path) {
     return 0;
 }
 
-int my_mkdir(const Files& f, std::string_view guest_path) {
+int my_mkdir(Files& f, std::string_view guest_path) {
     char norm[kPathMax];
     std::string host;
     // The root itself is never made: a guest only makes directories in it.
-    if (!guest_to_host(f, guest_path, norm, &host) || !norm[0]) return 1;
+    if (!guest_to_host(f, guest_path, norm, &host) || !norm[0] || !room_for_entry(f)) return 1;
     // Permission bits 0 exactly as passed, a quirk kept on purpose (the umask
     // can only take bits away).
-    return mkdir(host.c_str(), 0) == 0 ? 0 : 1;
+    if (mkdir(host.c_str(), 0) != 0) return 1;
+    note_new_entry(f);
+    return 0;
 }

@@ -6,6 +6,7 @@
 
 #include "tools/asm/asm.h"
 #include "tools/asm/cli.h"
+#include "tools/common/outfile.h"
 
 namespace {
 
@@ -30,8 +31,8 @@ int main(int argc, char** argv) {
     std::string input, output;
     if (const int status = parse_in_out(argc, argv, "tvxasm", usage, &input, &output); status >= 0) return status;
     if (output.empty()) output = default_output(input);
-    if (output == input) {
-        std::fprintf(stderr, "tvxasm: output %s would overwrite the input\n", output.c_str());
+    if (output == input || same_file(input, output)) {
+        std::fprintf(stderr, "tvxasm: output %s is the input file %s: not overwritten\n", output.c_str(), input.c_str());
         return 2;
     }
 
@@ -47,11 +48,10 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "%s:%d: %s\n", e.file.c_str(), e.line, e.message.c_str());
         return 1;
     }
-    std::ofstream out(output, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(r.bytes.data()), static_cast<std::streamsize>(r.bytes.size()));
-    out.close();
-    if (!out) {
-        std::fprintf(stderr, "tvxasm: cannot write %s\n", output.c_str());
+    std::string error;
+    if (!write_output_file(output, std::string_view(reinterpret_cast<const char*>(r.bytes.data()), r.bytes.size()),
+                           &error)) {
+        std::fprintf(stderr, "tvxasm: cannot write %s: %s\n", output.c_str(), error.c_str());
         return 1;
     }
     return 0;
