@@ -74,8 +74,16 @@ inline bool desktop_is_handheld(int w, int h) { return std::max(w, h) <= 1024 &&
 
 // SDL, controller, window (640x480, or full-screen on a handheld display),
 // renderer and the 320x240 surface. Ends the process with status 1 when SDL,
-// the window or the surface cannot be had.
+// the window or the surface cannot be had, or when there is no display and
+// SDL_VIDEODRIVER names no driver.
 void initSDL(Frontend& fe);
+// Whether SDL's video driver shows windows to anyone (not "offscreen" or
+// "dummy").
+bool window_visible();
+// Shows text (its first line as a heading) in the window until a key,
+// button, click or close, or a stop signal; nothing where no window is
+// visible.
+void show_error(Frontend& fe, const std::string& text);
 // Sets the "SDL_RENDER_SCALE_QUALITY" hint when q differs from the last value.
 void setScaleQuality(Frontend& fe, int q);
 // Window-sized surface for small guest screens (and the touch layout for it).
@@ -102,6 +110,9 @@ FrameRects frame_rects(int screen_w, int screen_h, int surface_w, int surface_h,
 void present(Frontend& fe, std::shared_ptr<const Frame> frame);
 // Presents the shown frame again (overlays changed, window exposed).
 void present_again(Frontend& fe);
+// Scales (and turns) a surface holding a sw x sh guest screen onto the
+// window and presents it.
+void put_surface(Frontend& fe, SDL_Surface* surface, int sw, int sh);
 
 // --- loop.cpp ---
 

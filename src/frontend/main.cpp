@@ -54,7 +54,8 @@ int main(int argc, char** argv) {
     opts.virtual_clock = false;
     if (const std::string err = core_load(fe.core, opts); !err.empty()) {
         std::fprintf(stderr, "tvm2: %s\n", err.c_str());
-        return kStatusLoad;
+        show_error(fe, "The program cannot be loaded:\n" + err);
+        return g_stop_signal ? 128 + g_stop_signal : kStatusLoad;
     }
     sdlLoop(fe);
     // Whatever the guest wrote reaches the disk, also into files it left open.

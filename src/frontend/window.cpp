@@ -1,4 +1,6 @@
 // Window, renderer and surfaces, and the present of a frame.
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -69,6 +71,17 @@ void initSDL(Frontend& fe) {
     }
     set_controler(fe);
     std::atexit(quit_sdl);
+    if (!window_visible()) {
+        // Left to itself SDL falls back to a driver without a screen and the
+        // program would run unseen; a driver named in SDL_VIDEODRIVER is meant.
+        const char* chosen = SDL_getenv("SDL_VIDEODRIVER");
+        if (!chosen || !*chosen) {
+            std::fprintf(stderr,
+                         "tvm2: no display to show a window on (DISPLAY and WAYLAND_DISPLAY are unset);\n"
+                         "set SDL_VIDEODRIVER to run without one (for example SDL_VIDEODRIVER=offscreen)\n");
+            std::exit(1);
+        }
+    }
 
     SDL_DisplayMode mode{};
     int dw = 0, dh = 0;
@@ -122,6 +135,12 @@ void initSDL(Frontend& fe) {
     SDL_ShowCursor(SDL_DISABLE);
     setScaleQuality(fe, 0);
 }
+
+bool window_visible() {
+    const char* driver = SDL_GetCurrentVideoDriver();
+    return driver && std::strcmp(driver, "offscreen") != 0 && std::strcmp(driver, "dummy") != 0;
+}
+
 
 void setScaleQuality(Frontend& fe, int q) {
     if (q == fe.scale_quality) return;
@@ -206,16 +225,47 @@ void present_again(Frontend& fe) {
     Surface16 view{static_cast<uint8_t*>(surface->pixels), surface->w, surface->h, surface->pitch};
     DmaRefresh(f, &view);
     draw_overlays(fe, view, f.width, f.height);
+    put_surface(fe, surface, f.width, f.height);
+    ++fe.fps_frames_curr;
+}
 
+void show_error(Frontend& fe, const std::string& text) {
+    if (!fe.sdlWindow || !fe.gScreenSurface || !window_visible()) return;
+    SDL_Surface* surface = fe.gScreenSurface;
+    Surface16 view{static_cast<uint8_t*>(surface->pixels), surface->w, surface->h, surface->pitch};
+    SDL_FillRect(surface, nullptr, 0);
+    // The overlay font: 8x8, capitals; the text wrapped at 38 characters.
+    constexpr size_t kColumns = 38;
+    int y = 16;
+    size_t start = 0;
+    for (bool first = true; start < text.size() && y < 200; first = false) {
+        const size_t end = std::min(text.find('\n', start), start + kColumns);
+        mesDrawString(view, 8, y, std::string_view(text).substr(start, end - start), first ? kMesYellow : kMesWhite,
+                      kMesTransparent);
+        start = end < text.size() && text[end] == '\n' ? end + 1 : end;
+        y += first ? 16 : 10;
+    }
+    mesDrawString(view, 8, 220, "PRESS A KEY TO CLOSE", kMesGrey, kMesTransparent);
+    for (;;) {
+        put_surface(fe, surface, surface->w, surface->h);
+        SDL_Event e;
+        if (!SDL_WaitEventTimeout(&e, 100)) {
+            if (fe.stop_signal && *fe.stop_signal) return;
+            continue;
+        }
+        if (e.type == SDL_QUIT || e.type == SDL_KEYDOWN || e.type == SDL_CONTROLLERBUTTONDOWN ||
+            e.type == SDL_MOUSEBUTTONDOWN || e.type == SDL_FINGERDOWN)             return;
+    }
+}
+
+void put_surface(Frontend& fe, SDL_Surface* surface, int sw, int sh) {
     SDL_RenderClear(fe.sdlRenderer);
     SDL_Texture* texture = SDL_CreateTextureFromSurface(fe.sdlRenderer, surface);
-    const FrameRects r =
-        frame_rects(f.width, f.height, surface->w, surface->h, fe.windowWidth, fe.windowHeight, fe.need_rotate_270);
+    const FrameRects r = frame_rects(sw, sh, surface->w, surface->h, fe.windowWidth, fe.windowHeight, fe.need_rotate_270);
     if (fe.need_rotate_270)
         SDL_RenderCopyEx(fe.sdlRenderer, texture, &r.src, &r.dst, 270.0, nullptr, SDL_FLIP_NONE);
     else
         SDL_RenderCopy(fe.sdlRenderer, texture, &r.src, &r.dst);
     SDL_DestroyTexture(texture);
     SDL_RenderPresent(fe.sdlRenderer);
-    ++fe.fps_frames_curr;
 }

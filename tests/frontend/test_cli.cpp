@@ -53,6 +53,11 @@ TEST(Tvm2Program, BannerHelpAndMissingOrBrokenPrograms) {
     r = run_tvm2(d.str(), "junk.tvx");
     EXPECT_EQ(r.status, 126);
     EXPECT_EQ(r.err, "tvm2: " + d.str() + "/junk.tvx: not a Tovix program\n");
+
+    // No display and no driver chosen: an error, not a run nobody sees.
+    r = run_in(d.str(), "env -u SDL_VIDEODRIVER -u DISPLAY -u WAYLAND_DISPLAY timeout 10 '" + kBin + "' game.tvx");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("tvm2: no display"), std::string::npos) << r.err;
 }
 
 // A program named on the command line runs once: when it exits the window

@@ -12,7 +12,11 @@ fail=0
 # checks the colour of each POINT (X,Y=RRGGBB).
 check() {
   local name=$1; shift
-  "$tvxasm" "$src/$name.tvs" -o "$work/$name.tvx" || { fail=1; return; }
+  if [ "$name" = load_error ]; then
+    echo "not a program" >"$work/$name.tvx"
+  else
+    "$tvxasm" "$src/$name.tvs" -o "$work/$name.tvx" || { fail=1; return; }
+  fi
   rm -f "$work/$name.png"
   # shellcheck disable=SC2016
   xvfb-run -a -s "-screen 0 1280x1024x24" bash -c '
@@ -43,5 +47,9 @@ check window_large 320,26=000000 320,27=FFFFFF 320,240=FFFFFF 0,27=FFFFFF 639,45
 # the red square is columns 608-639, rows 368-399.
 check window_small 320,79=000000 320,80=FFFFFF 0,80=FFFFFF 607,399=FFFFFF 608,399=FF0000 \
   639,368=FF0000 639,367=FFFFFF 320,399=FFFFFF 320,400=000000
+
+# A program that cannot be loaded: the reason in the window, its heading in
+# yellow from (16, 32), doubled 8x8 capitals (the top bar of the first "T").
+check load_error 20,32=FFFF00 20,31=000000 320,240=000000
 
 exit $fail
