@@ -107,9 +107,15 @@ void initSDL(Frontend& fe) {
         fe_log(fe, "Window mode: %d x %d\n", fe.windowWidth, fe.windowHeight);
     } else {
         // A handheld's own display: the whole of it, in landscape terms.
-        fe.sdlWindow = create_window(0, 0, SDL_WINDOW_FULLSCREEN_DESKTOP | SDL_WINDOW_OPENGL);
+        // Made at the desktop's size: without a window manager a full-screen
+        // window keeps the size it was made with.
+        fe.sdlWindow = create_window(dw, dh, SDL_WINDOW_FULLSCREEN_DESKTOP | SDL_WINDOW_OPENGL);
         int w = 0, h = 0;
         if (fe.sdlWindow) SDL_GetWindowSize(fe.sdlWindow, &w, &h);
+        if (w <= 1 || h <= 1) {
+            w = dw;
+            h = dh;
+        }
         fe_log(fe, "Fullscreen mode: %d x %d\n", w, h);
         if (w < h) {
             std::swap(w, h);

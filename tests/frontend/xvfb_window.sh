@@ -19,7 +19,7 @@ check() {
   fi
   rm -f "$work/$name.png"
   # shellcheck disable=SC2016
-  xvfb-run -a -s "-screen 0 1280x1024x24" bash -c '
+  xvfb-run -a -s "-screen 0 ${SCREEN:-1280x1024}x24" bash -c '
     cd "$1" && shift
     tvm2=$1 xshot=$2 name=$3; shift 3
     # No leak check here: the X11, OpenGL and D-Bus libraries leave blocks
@@ -47,6 +47,10 @@ check window_large 320,26=000000 320,27=FFFFFF 320,240=FFFFFF 0,27=FFFFFF 639,45
 # the red square is columns 608-639, rows 368-399.
 check window_small 320,79=000000 320,80=FFFFFF 0,80=FFFFFF 607,399=FFFFFF 608,399=FF0000 \
   639,368=FF0000 639,367=FFFFFF 320,399=FFFFFF 320,400=000000
+
+# An 800x600 display counts as a handheld's: full screen, also without a
+# window manager; the 240x160 screen 800 wide and 533 high from row 33.
+SCREEN=800x600 check window_large 400,20=000000 400,40=FFFFFF 790,549=FF0000 799,599=000000
 
 # A program that cannot be loaded: the reason in the window, its heading in
 # yellow from (16, 32), doubled 8x8 capitals (the top bar of the first "T").
