@@ -123,6 +123,7 @@ void initSDL(Frontend& fe) {
         }
         fe.windowWidth = w;
         fe.windowHeight = h;
+        fe.is_fullscreen = 1;
     }
 
     fe.sdlRenderer = SDL_CreateRenderer(fe.sdlWindow, -1, SDL_RENDERER_ACCELERATED | SDL_RENDERER_PRESENTVSYNC);
@@ -166,18 +167,29 @@ void initFullScreen2(Frontend& fe) {
 }
 
 void toggleFullscreen(Frontend& fe) {
+    // The sizes asked for, not what the window reports at once: the window
+    // system changes it later.
     if (fe.is_fullscreen) {
         SDL_SetWindowFullscreen(fe.sdlWindow, 0);
         SDL_SetWindowSize(fe.sdlWindow, 640, 480);
+        fe.windowWidth = 640;
+        fe.windowHeight = 480;
+        fe.need_rotate_270 = 0;
         fe.is_fullscreen = 0;
     } else {
         SDL_SetWindowFullscreen(fe.sdlWindow, SDL_WINDOW_FULLSCREEN_DESKTOP);
+        SDL_DisplayMode mode{};
+        if (SDL_GetDesktopDisplayMode(0, &mode) == 0 && mode.w > 0 && mode.h > 0) {
+            fe.windowWidth = std::max(mode.w, mode.h);
+            fe.windowHeight = std::min(mode.w, mode.h);
+            fe.need_rotate_270 = mode.w < mode.h;
+        }
         fe.is_fullscreen = 1;
     }
-    if (fe.sdlWindow) SDL_GetWindowSize(fe.sdlWindow, &fe.windowWidth, &fe.windowHeight);
     // Made again, for the new size, at the next present of a small screen.
     SDL_FreeSurface(fe.gScreenSurfaceFull);
     fe.gScreenSurfaceFull = nullptr;
+    present_again(fe);
 }
 
 void window_resized(Frontend& fe, int w, int h) {

@@ -19,13 +19,15 @@ check() {
   fi
   rm -f "$work/$name.png"
   # shellcheck disable=SC2016
-  xvfb-run -a -s "-screen 0 ${SCREEN:-1280x1024}x24" bash -c '
+  KEYS=${KEYS:-} xvfb-run -a -s "-screen 0 ${SCREEN:-1280x1024}x24" bash -c '
     cd "$1" && shift
     tvm2=$1 xshot=$2 name=$3; shift 3
     # No leak check here: the X11, OpenGL and D-Bus libraries leave blocks
     # behind when SDL unloads them at exit (tvm2 itself is leak-checked by
     # the tests under the dummy video driver).
     ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0 "$tvm2" "$name.tvx" >"$name.log" 2>&1 & pid=$!
+    # Keys typed into the window first (KEYS: xdotool key names).
+    [ -n "$KEYS" ] && { sleep 1; xdotool search --sync --name "Tovix SDL" key --delay 200 $KEYS; sleep 0.5; }
     "$xshot" "$name.png" "$@"; rc=$?
     # Ended by SIGTERM: the window closes, tvm2 leaves with 128 + 15.
     kill -TERM $pid
@@ -51,6 +53,15 @@ check window_small 320,79=000000 320,80=FFFFFF 0,80=FFFFFF 607,399=FFFFFF 608,39
 # An 800x600 display counts as a handheld's: full screen, also without a
 # window manager; the 240x160 screen 800 wide and 533 high from row 33.
 SCREEN=800x600 check window_large 400,20=000000 400,40=FFFFFF 790,549=FF0000 799,599=000000
+
+# Alt+Return on a display started in full screen: a 640x480 window, drawn as
+# the first check expects.
+if command -v xdotool >/dev/null; then
+  SCREEN=800x600 KEYS=alt+Return check window_large 320,26=000000 320,27=FFFFFF 639,452=FF0000 \
+    598,420=FF0000 320,453=000000 320,470=000000
+else
+  echo "xdotool is not installed: full-screen toggle skipped"
+fi
 
 # A program that cannot be loaded: the reason in the window, its heading in
 # yellow from (16, 32), doubled 8x8 capitals (the top bar of the first "T").
