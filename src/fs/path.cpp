@@ -173,9 +173,8 @@ int my_mkdir(Files& f, std::string_view guest_path) {
     std::string host;
     // The root itself is never made: a guest only makes directories in it.
     if (!guest_to_host(f, guest_path, norm, &host) || !norm[0] || !room_for_entry(f)) return 1;
-    // Permission bits 0 exactly as passed, a quirk kept on purpose (the umask
-    // can only take bits away).
-    if (mkdir(host.c_str(), 0) != 0) return 1;
+    // Ordinary permissions, as files get them: 0777 less the umask.
+    if (mkdir(host.c_str(), 0777) != 0) return 1;
     note_new_entry(f);
     return 0;
 }
