@@ -170,15 +170,14 @@ void fread_or_fwrite(Machine& m, bool write) {
 }
 
 // Name of a listed host entry as the guest sees it, or false when it is not
-// listed: "." and "..", names that are not GB2312 (or do not convert back
-// to the same host name, so could not be opened) and names of 15 bytes or more.
+// listed: "." and "..", names whose conversion fails (not UTF-8, outside the
+// first 65,536 code points) and names of 15 bytes or more. Characters the
+// code page lacks are listed as "??".
 bool listed_name(const char* host_name, char* gb, size_t gb_size) {
     if (!std::strcmp(host_name, ".") || !std::strcmp(host_name, "..")) return false;
     bool complete = false;
     const size_t n = utf8_to_gb(host_name, std::strlen(host_name), gb, gb_size, &complete);
-    if (!complete || n >= 15) return false;
-    std::string back;
-    return gb_host_path(gb, &back) && back == host_name;
+    return complete && n < 15;
 }
 
 }  // namespace
