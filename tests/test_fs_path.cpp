@@ -30,6 +30,11 @@ TEST(FsPath, Normalisation) {
     EXPECT_EQ(norm("x/."), "x");
     EXPECT_EQ(norm("a.b/c..d"), "a.b/c..d");
     EXPECT_EQ(norm("\xD6\xD0/\xCE\xC4"), "\xD6\xD0/\xCE\xC4");
+    // Cut at an invalid pair, then normalised like any other name.
+    EXPECT_EQ(norm("ab\xB0"), "ab");
+    EXPECT_EQ(norm("a/b\xB0/c"), "a/b");
+    EXPECT_EQ(norm("x/..\xB0"), "x");
+    EXPECT_EQ(norm("\xB0/x"), "");
     for (const char* bad : {".profile", "a/..b", "c:\\x", "a\\b", "x:", "a/.b", "..."}) EXPECT_EQ(norm(bad), "!") << bad;
     // 256 bytes of result are too many, 255 are not; a long run of "./"
     // that collapses is fine.
@@ -151,7 +156,7 @@ TEST(FsEscape, FileCallsLeaveTheRootsSurroundingsAlone) {
     stdfs::create_directory(vm.dir.top / "sibling");
     const std::vector<std::string> names = {"../outside.txt", "/../outside.txt", "../../outside.txt", "..",
                                             "../sibling/x",   "/..",             "sibling",           "\x81/../outside.txt",
-                                            "a/../../sibling", "x\xFF",          "/"};
+                                            "a/../../sibling", "x\xFF",          "/", "..\xB0", "\xB0/x"};
     std::mt19937 rng(7);
     for (int iter = 0; iter < 400; ++iter) {
         std::string name = names[rng() % names.size()];
