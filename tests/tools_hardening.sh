@@ -105,12 +105,15 @@ done <<'ROWS'
 --disk-limit 17179869184G
 --screenshot hello.tvx
 --state-out ./hello.tvx
+--frobnicate|[ $status = 125 ] && [ "$(cat err)" = "tvxrun: unknown option --frobnicate (tvxrun --help lists the options)" ]
 --max-steps 18446744073709551614 --keys 1000000000000:A --disk-limit 2M|[ "$(cat out)" = hello ]
 --screenshot /dev/full |[ $status = 122 ] && [ -c /dev/full ]
 --screenshot fifo      |[ $status = 122 ] && [ -p fifo ]
 --state-out nodir/state|[ $status = 122 ] && [ ! -e nodir ]
 --screenshot link.png  |[ $status = 0 ] && [ -L link.png ] && "$tvxrun" --compare-png real.png link.png
 ROWS
+"$tvxrun" --root 2>err
+check "tvxrun --root: $(cat err)" '[ "$(cat err)" = "tvxrun: missing value after --root (tvxrun --help lists the options)" ]'
 check "no temporary files left" '[ -z "$(ls -A | grep "^\.")" ]'
 
 # tvxasm and tvxdis never write over their input, however it is named.

@@ -337,7 +337,11 @@ int main(int argc, char** argv) {
         } else if (program.empty() && a == "--state-out" && i + 1 < argc) {
             state_out = argv[++i];
         } else if (program.empty() && a.size() > 1 && a[0] == '-') {
-            std::fprintf(stderr, "tvxrun: unknown option %s\n%s", a.c_str(), kUsage);
+            const bool known = a == "--max-steps" || a == "--disk-limit" || a == "--clock" || a == "--keys" ||
+                               a == "--keys-file" || a == "--root" || a == "--screenshot" ||
+                               a == "--screenshot-size" || a == "--dump-planes" || a == "--state-in" ||
+                               a == "--state-out";
+            std::fprintf(stderr, "tvxrun: %s %s (tvxrun --help lists the options)\n", known ? "missing value after" : "unknown option", a.c_str());
             return kStatusUsage;
         } else if (program.empty()) {
             program = a;
@@ -351,7 +355,9 @@ int main(int argc, char** argv) {
         return kStatusUsage;
     }
     if (program.empty() && state_in.empty()) {
-        std::fputs(kUsage, stderr);
+        std::fputs("Usage: tvxrun [options] PROGRAM.tvx [ARGUMENT...]\n"
+                   "       tvxrun [options] --state-in STATE\n"
+                   "tvxrun --help lists the options\n", stderr);
         return kStatusUsage;
     }
     if (outputs.frame_w && outputs.screenshot.empty()) {
