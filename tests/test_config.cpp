@@ -38,10 +38,10 @@ TEST(Config, ButtonValues) {
     for (const char* refused : {"A = q", "A = 200", "A = 00", "A = 0x10", "A = 99999999999999999999", "a = ESC",
                                 "A ESC", "; A = ESC", "A = ", "A = -5"})
         EXPECT_EQ(c.a_after(refused), 13) << refused;
-    c.host.out.clear();
+    c.host.logged.clear();
     const std::string lines = "\r\n\n# keys\nB = ENTER\r\nL1\t=\tPAGEDOWN\nQQ = 5\nY = HELP extra words\n";
     read_config_text(*c.m, lines.data(), lines.size());
-    EXPECT_EQ(c.host.out, "SET KEY B=0xd\nSET KEY L1=0xe\nSET KEY Y=0x19\n");
+    EXPECT_EQ(c.host.logged, "SET KEY B=0xd\nSET KEY L1=0xe\nSET KEY Y=0x19\n");  // to the log, not the console
     EXPECT_EQ(c.m->key_code[6], 13);
     EXPECT_EQ(c.m->key_code[9], 14);
 }
