@@ -112,6 +112,10 @@ done <<'ROWS'
 --state-out nodir/state|[ $status = 122 ] && [ ! -e nodir ]
 --screenshot link.png  |[ $status = 0 ] && [ -L link.png ] && "$tvxrun" --compare-png real.png link.png
 ROWS
+cp hello.tvx HELLO.TVX
+"$tvxrun" HELLO.TVX >out 2>err
+status=$?
+check "tvxrun HELLO.TVX: status $status, $(cat err)" '[ $status = 126 ] && grep -q "must end in .tvx (lower case)" err'
 "$tvxrun" --root 2>err
 check "tvxrun --root: $(cat err)" '[ "$(cat err)" = "tvxrun: missing value after --root (tvxrun --help lists the options)" ]'
 check "no temporary files left" '[ -z "$(ls -A | grep "^\.")" ]'

@@ -62,6 +62,8 @@ std::string core_load(Core& core, const LoadOptions& o) {
         program = found;
     } else if (!S_ISREG(sb.st_mode)) {
         return program + ": not a regular file";
+    } else if (auto err = tvx_name_error(program); !err.empty()) {
+        return err;
     }
     if (auto err = check_program(program); !err.empty()) return err;
     // Guest paths are GB2312: the root must have a GB2312 form.

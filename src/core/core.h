@@ -167,6 +167,10 @@ void core_close_files(Core& core);
 std::vector<uint8_t> core_save_state(const Core& core);
 std::string core_load_state(Core& core, std::span<const uint8_t> state);
 
+// "" when path names a program file by the one rule hosts share (its name
+// ends in ".tvx", lower case), else why not, naming the path.
+std::string tvx_name_error(const std::string& path);
+
 // The first regular file named *.tvx (exact case, hidden names skipped) in
 // dir, in the order the directory lists them; no descent into
 // sub-directories. Returns 1 and writes dir "/" name into out, else 0.

@@ -21,6 +21,11 @@ bool is_directory(const std::string& path) {
 
 }  // namespace
 
+std::string tvx_name_error(const std::string& path) {
+    if (path.ends_with(".tvx") && !path.ends_with("/.tvx")) return "";
+    return path + ": not a program file name: it must end in .tvx (lower case)";
+}
+
 int findFirstTvxFile(std::string& out, const std::string& dir) {
     DIR* d = opendir(dir.c_str());
     if (!d) return 0;

@@ -21,12 +21,6 @@ std::string join(const std::string& path, const std::string& name, size_t max) {
 
 std::string cut(const std::string& s, size_t max) { return s.size() > max ? s.substr(0, max) : s; }
 
-// The text from the last "." on, or nothing when there is no ".".
-std::string extension(const std::string& s) {
-    const auto dot = s.rfind('.');
-    return dot == std::string::npos ? std::string() : s.substr(dot);
-}
-
 void start_unit_test(StartupState& st, const std::string& func, const std::function<uint32_t()>& ticks) {
     st.unit_test_mode = 1;
     st.unit_test_func = cut(func, kUnitTestFuncMax);
@@ -136,12 +130,13 @@ std::optional<int> parse_command_line(StartupState& st, int argc, char** argv, c
                 logf(log, "No .tvx file found in directory, may be unit test dir: %s\n", path.c_str());
             }
         } else if (S_ISREG(sb.st_mode)) {
-            if (extension(path) == ".tvx") {
+            if (const std::string err = tvx_name_error(path); err.empty()) {
                 st.tvxFilePath = path;
                 file_given = true;
                 st.single_program_mode = true;
             } else {
                 logf(log, "File is not a .tvx file: %s\n", path.c_str());
+                std::fprintf(stderr, "tvm2: %s\n", err.c_str());
             }
         }
     }

@@ -46,7 +46,8 @@ TEST(Tvm2Program, BannerHelpAndMissingOrBrokenPrograms) {
     r = run_tvm2(d.str(), "-v GAME.TVX");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "Verbose mode enabled\nFile is not a .tvx file: " + d.str() + "/GAME.TVX\n");
-    EXPECT_EQ(r.err, "Error: No .tvx file specified or file not found.\nUsage: " + kBin + " <file.tvx> [test_func]\n");
+    EXPECT_EQ(r.err, "tvm2: " + d.str() + "/GAME.TVX: not a program file name: it must end in .tvx (lower case)\n" +
+                         "Error: No .tvx file specified or file not found.\nUsage: " + kBin + " <file.tvx> [test_func]\n");
 
     // A file that is not a program: the loader's reason, status 126.
     write_file(d.path / "junk.tvx", "not a program");

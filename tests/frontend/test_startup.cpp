@@ -63,7 +63,9 @@ TEST(CommandLine, RefusedFilesMissingPathsAndTestDirectoriesWithoutProgram) {
     fs::create_directories(d.path / "tests");
     Parse p(d.path, {"GAME.TVX", "notes.tvx.txt", "gone", "tests", "testFunc"});
     EXPECT_EQ(p.status, 1);
-    EXPECT_EQ(p.err, kNoProgram);
+    EXPECT_EQ(p.err, "tvm2: " + d.str() + "/GAME.TVX: not a program file name: it must end in .tvx (lower case)\n" +
+                         "tvm2: " + d.str() + "/notes.tvx.txt: not a program file name: it must end in .tvx (lower case)\n" +
+                         kNoProgram);
     EXPECT_EQ(p.log, "File is not a .tvx file: " + d.str() + "/GAME.TVX\n" +
                          "File is not a .tvx file: " + d.str() + "/notes.tvx.txt\n" +
                          "Path not found: " + d.str() + "/gone\n" +

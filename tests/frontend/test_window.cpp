@@ -107,9 +107,15 @@ TEST_F(Presenting, SmallScreenGetsTheWindowSizedSurfaceUntilFullScreenToggles) {
     EXPECT_EQ(at(0, 80), kWhite);
     EXPECT_EQ(at(639, 399), kWhite);
     EXPECT_EQ(at(320, 400), 0u);
+    // Full screen: the surface made again at the desktop's size and drawn.
     toggleFullscreen(fe);
-    EXPECT_EQ(fe.gScreenSurfaceFull, nullptr);
     EXPECT_EQ(fe.is_fullscreen, 1);
+    SDL_DisplayMode mode{};
+    ASSERT_EQ(SDL_GetDesktopDisplayMode(0, &mode), 0);
+    ASSERT_NE(fe.gScreenSurfaceFull, nullptr);
+    EXPECT_EQ(fe.gScreenSurfaceFull->w, std::max(mode.w, mode.h));
+    toggleFullscreen(fe);
+    EXPECT_EQ(fe.gScreenSurfaceFull->w, 640);
 }
 
 // A portrait display: the landscape frame turned by 270 degrees fills it,
