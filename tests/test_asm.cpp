@@ -182,20 +182,6 @@ TEST(AsmRoundTrip, RandomFilesReassembleByteForByte) {
     EXPECT_GT(labelled, 300);  // the generator really exercises labels
 }
 
-TEST(AsmRoundTrip, EveryOpcodeAloneAndTruncated) {
-    for (int bits : {16, 24, 32}) {
-        for (int op = 0; op < 256; ++op) {
-            for (size_t extra = 0; extra <= 6; ++extra) {
-                Bytes f = {'T', 'V', 'X', 0x12, 0, 0, 0, 0, static_cast<uint8_t>(bits == 32 ? 0x10 : bits == 24 ? 0x80 : 0),
-                           0, 0, 0, 0, 0, 0, 0, static_cast<uint8_t>(op)};
-                for (size_t k = 0; k < extra; ++k) f.push_back(static_cast<uint8_t>(k + 1));
-                const AsmResult r = assemble(disassemble(f, nullptr), "x.tvs");
-                ASSERT_EQ(r.bytes, f) << "op " << op << " extra " << extra;
-            }
-        }
-    }
-}
-
 TEST(AsmDisassembler, Listing) {
     const Bytes f = {'T', 'V', 'X', 0x12, 0, 0, 0, 0, 0x61, 10, 5, 0, 0, 0, 0, 0x01,
                      0x43, 0x5A, 0x0D, 0x12, 0x3F, 0x5A,  // c_secret; push_string "He"

@@ -180,20 +180,6 @@ TEST(GetBlock, AreasPastTheStoreReadAsZeroAndStayInGuestMemory) {
     EXPECT_EQ(lRamRead(*c.m, 0xFFFF), 3);
 }
 
-TEST(WriteBlock, WildSizesAndAddressesStayInBounds) {
-    for (int mode : {1, 4, 8}) {
-        ScreenVm s(mode);
-        for (uint32_t type : {0x41u, 0x61u, 0x4Du, 0x66u}) {
-            s.call(c_writeblock, {65535, 65535, 65535, 65535, type, 0xFFFFFF});
-            s.call(c_writeblock, {159, 79, 65535, 65535, type, 0xFFFF});
-            s.call(c_writeblock, {65000, 100, 65535, 3, type, 0});
-        }
-        // Dead space right of the screen and rows below it are never written.
-        for (int y = 0; y < 240; ++y)
-            for (int x = (y < 80 ? 160 : 0); x < 320; ++x) ASSERT_EQ(s.vis(x, y), 0) << x << "," << y;
-    }
-}
-
 // Buffer plane holding p(x, y) = x + 3y + 1 over a 160 x 80 screen.
 uint8_t pattern(int x, int y) { return static_cast<uint8_t>(x + 3 * y + 1); }
 

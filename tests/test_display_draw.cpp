@@ -322,54 +322,6 @@ TEST(Draw, SmallCirclesAndEllipsesPixelByPixel) {
     }
 }
 
-TEST(Draw, EllipsesAreSymmetricConnectedAndFilledByRows) {
-    const std::pair<int, int> radii[] = {{10, 10}, {31, 31}, {57, 57}, {40, 12}, {9, 33}, {100, 3}};
-    const int cx = 160, cy = 120;
-    for (const auto& [rx, ry] : radii) {
-        SCOPED_TRACE(testing::Message() << rx << " x " << ry);
-        Scr o(kMono, 20, 15), f(kMono, 20, 15);
-        o.call(c_ellipse, {cx, cy, rx, ry, 0, 1});
-        f.call(c_ellipse, {cx, cy, rx, ry, 1, 1});
-        const Pts outline = o.differ(kVisible, 0), filled = f.differ(kVisible, 0);
-        EXPECT_TRUE(outline.count({cx + rx, cy}) && outline.count({cx, cy + ry}) && outline.count({cx, cy - ry}));
-        for (const auto& [x, y] : outline) {
-            EXPECT_TRUE(outline.count({2 * cx - x, y}) && outline.count({x, 2 * cy - y})) << x << "," << y;
-            const double d = std::hypot((x - cx) / double(rx), (y - cy) / double(ry));  // on the ellipse to a pixel
-            EXPECT_NEAR(d, 1.0, 1.5 / std::min(rx, ry) + 0.01) << x << "," << y;
-            int neighbours = 0;
-            for (int dx = -1; dx <= 1; ++dx)
-                for (int dy = -1; dy <= 1; ++dy) neighbours += (dx || dy) && outline.count({x + dx, y + dy});
-            EXPECT_GE(neighbours, 1) << x << "," << y;
-            EXPECT_TRUE(filled.count({x, y})) << x << "," << y;
-        }
-        for (int y = cy - ry; y <= cy + ry; ++y) {  // one span per row, centred
-            int lo = 1000, hi = -1, n = 0;
-            for (const auto& [px, py] : filled)
-                if (py == y) lo = std::min(lo, px), hi = std::max(hi, px), ++n;
-            EXPECT_EQ(n, hi - lo + 1) << y;
-            EXPECT_EQ(lo + hi, 2 * cx) << y;
-        }
-    }
-}
-
-TEST(Draw, ShapesAroundOffScreenCentresClipLikeShiftedOnes) {
-    // A circle centred left of or above the screen shows the part of the
-    // same circle drawn further in that falls on the screen once moved back.
-    const std::array<int, 4> centres[] = {{-3, 30, 40, 30}, {30, -4, 30, 40}, {-9, -2, 40, 40}};
-    for (const auto& [cx, cy, far_x, far_y] : centres) {
-        for (int fill = 0; fill < 2; ++fill) {
-            Scr near(kMono), shifted(kMono);
-            near.call(c_circle, {cx, cy, 12, fill, 1});
-            shifted.call(c_circle, {far_x, far_y, 12, fill, 1});
-            Pts want;
-            for (const auto& [x, y] : shifted.differ(kVisible, 0))
-                if (x >= far_x - cx && y >= far_y - cy) want.insert({x - (far_x - cx), y - (far_y - cy)});
-            EXPECT_FALSE(want.empty());
-            EXPECT_EQ(near.differ(kVisible, 0), want) << cx << "," << cy << " fill " << fill;
-        }
-    }
-}
-
 // ---- Hostile arguments ----
 
 TEST(Draw, WildArgumentsStayInsideTheScreenAndKeepTheStack) {

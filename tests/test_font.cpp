@@ -67,18 +67,6 @@ TEST(FontTable, LayoutUnusedBitsAndAsciiCoverage) {
     }
 }
 
-// The shapes of 'A' and '中' at 12 pixels and of 'g' and '中' at 16 are pinned
-// by the pictures of the text_console_small and mono_grid_frame programs.
-TEST(FontTable, LargeAsciiA) {
-    // Apex near the top, crossbar, feet on the baseline row 13.
-    const auto a16 = art(kA16, 'A');
-    EXPECT_EQ(a16[0], "........");
-    EXPECT_EQ(a16[1], "...#....");
-    EXPECT_EQ(a16[9], ".#####..");
-    EXPECT_EQ(a16[13], "##...##.");
-    EXPECT_EQ(a16[14], "........");
-}
-
 TEST(FontTable, Gb2312Coverage) {
     for (const FontDesc* f : {&kG12, &kG16}) {
         int symbols = 0;

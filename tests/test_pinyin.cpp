@@ -58,13 +58,6 @@ TEST(PinyinTable, LayoutIsConsistent) {
     EXPECT_EQ(syllable(kPinyinSyllables - 1), "zuo");
 }
 
-TEST(PinyinLookup, SyllableNumbers) {
-    EXPECT_EQ(get_seq_no("a"), 0u);  // both ends of the search
-    EXPECT_EQ(get_seq_no("zuo"), kPinyinSyllables - 1);
-    EXPECT_EQ(syllable(get_seq_no("ZhOnG")), "zhong");
-    for (const char* bad : {"", "xyz", "zz", "b", "aa", "zuoa", "a ", "@"}) EXPECT_EQ(get_seq_no(bad), kPinyinNotFound) << bad;
-}
-
 TEST(PinyinLookup, ReadingsOfKnownCharacters) {
     // Characters with more than one reading are listed under each; u with
     // diaeresis is typed as v.
@@ -75,16 +68,4 @@ TEST(PinyinLookup, ReadingsOfKnownCharacters) {
     for (const auto& [py, gb] : listed) EXPECT_TRUE(lists(py, gb)) << py;
     EXPECT_FALSE(lists("lu", "\xC2\xC3"));
     EXPECT_FALSE(lists("zhong", "\xCE\xC4"));
-}
-
-// Syllable and buffer across the end of the block, from 32-bit pointers
-// that keep 24 bits.
-TEST(PinyinLookup, ServiceTwentyWrapsInsideGuestMemory) {
-    CallVm c(0x10);
-    Machine& m = *c.m;
-    lRamWrite(m, kRamMask, 'a');
-    lRamWrite(m, 0, 0);
-    EXPECT_EQ(c.result(c_system, {0xFF0FFFFF, 0xFFFFFFF8, 0, 20}), 7u << 16 | 7);
-    EXPECT_EQ(m.tovix_ram[kRamMask - 7], 0xB0);
-    EXPECT_EQ(m.tovix_ram[6], 0);
 }

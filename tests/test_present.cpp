@@ -37,35 +37,6 @@ void expect_picture(const TestSurface& t, int ox, int oy, int f, int w, int h, i
 
 }  // namespace
 
-TEST(Present, SnapshotPacksTheColourTableAndClaimsTheCleanRequest) {
-    auto m = std::make_unique<Machine>();
-    m->palette[3 * 7] = 0xFF;      // blue
-    m->palette[3 * 7 + 1] = 0x03;  // green below one step: dropped
-    m->palette[3 * 7 + 2] = 0x0F;  // red: 1 after dropping three bits
-    m->ScreenWidth = 5000;         // cut to what a plane holds
-    m->ScreenBuffer[321] = 7;
-    m->need_refresh = 1;
-    ClearNdsScreen(*m);
-    m->ScreenBuffer[321] = 7;
-    present_frame(*m);
-    const std::shared_ptr<const Frame> first = m->frame;
-    EXPECT_EQ(first->pal[7], 0x001F | 1 << 11);
-    EXPECT_EQ(first->width, 320);
-    EXPECT_EQ(first->pixels[321], 7);
-    EXPECT_TRUE(first->clean);
-    EXPECT_EQ(m->need_refresh, 0);
-    uint32_t rgb[320 * 80];
-    frame_to_xrgb8888(*first, rgb);
-    EXPECT_EQ(rgb[321], 0x0F03FFu);
-
-    m->palette[3 * 7] = 0;  // a later present makes a new frame; the first stays
-    present_frame(*m);
-    EXPECT_EQ(first->pal[7], 0x001F | 1 << 11);
-    EXPECT_EQ(m->frame->pal[7], 1 << 11);
-    EXPECT_FALSE(m->frame->clean);
-    EXPECT_EQ(m->frame->number, first->number + 1);
-}
-
 TEST(Present, OneToOneCentresAndCropsTheMiddle) {
     auto m = patterned(160, 80);
     TestSurface full(320, 240);  // always 1:1, here at column 80, row 80

@@ -151,22 +151,6 @@ TEST_F(Presenting, OverlaysAreDrawnIntoThePresentedFrame) {
     EXPECT_EQ(surface_pixel(20, 80), 0xFFFF);  // the unit-test panel's frame, centred
 }
 
-// A guest that presents twice within one slice (a mode switch shows what is
-// pending first) gets both frames on the window.
-TEST_F(Presenting, EveryFrameTheGuestPresentsReachesTheWindow) {
-    std::string src = ".tvx bits=24 mode=8\n";
-    for (int mode : {4, 8, 4, 8})
-        src += "push_char 1\npush_char 1\npush_char 1\nc_point\npush_char " + std::to_string(mode) +
-               "\nc_setgraphmode\npop_val\n";
-    t.load(src + "good_exit\n");
-    RunResult r;
-    while (sdl_pass(fe, &r)) {
-    }
-    ASSERT_NE(fe.shown, nullptr);
-    EXPECT_GE(fe.shown->number, 4u);
-    EXPECT_EQ(fe.fps_frames_curr, fe.shown->number);
-}
-
 TEST_F(Presenting, IdleGuestsAreRedrawnOnlyAfterWindowEventsAndForTheUnitTestPanel) {
     t.load("push_char 1\npush_char 1\npush_char 1\nc_point\nc_getchar\ngood_exit\n");
     RunResult r;
