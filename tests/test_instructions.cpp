@@ -38,7 +38,25 @@ uint32_t eval(const Case& k) {
 
 TEST(Arithmetic, EdgeCasesOfTheOperators) {
     const uint32_t nan = fbits(NAN);
+    const uint32_t f2 = fbits(2.0f), f1_5 = fbits(1.5f), f0_5 = fbits(0.5f), f3 = fbits(3.0f);
     const Case cases[] = {
+        {"cal_div", 7, -2u, -3u}, {"cal_mod", 7, -2u, 1}, {"cal_mod", -7u, 2, -1u}, {"cal_mul", 6, 7, 42},
+        {"cal_sub", 42, 2, 40}, {"cal_rshift", -8u, 1, 0x7FFFFFFC}, {"cal_lshift", 1, 33, 2},
+        {"cal_and", 0xF0F0, 0x0FF0, 0xF0}, {"cal_or", 0xF000, 0xF, 0xF00F}, {"cal_xor", 0xF00F, 0xFF, 0xF0F0},
+        {"push_not", 0, {}, T}, {"push_sub0", 5, {}, -5u}, {"cal_lnot", 0, {}, T}, {"cal_lor", 0, 3, T},
+        {"cal_less", T, 0, T}, {"cal_great", 1, T, T}, {"cal_le", 2, 2, T}, {"cal_ge", 2, 2, T}, {"cal_neq", 2, 3, T},
+        {"cal_qadd", 10, 5, 15}, {"cal_qsub", 15, 3, 12}, {"cal_qmul", 12, -2u, -24u}, {"cal_qdiv", -24u, 5, -4u},
+        {"cal_qmod", 17, 5, 2}, {"cal_qlshift", 1, 4, 16}, {"cal_qrshift", 16, 2, 4}, {"cal_qrshift", 0x80000000, -1u, 1},
+        {"cal_qneq", 3, 4, T}, {"cal_qgreat", 3, 2, T}, {"cal_qless", 3, 4, T}, {"cal_qge", 3, 3, T}, {"cal_qle", 3, 3, T},
+        // Float forms: ff both floats, f a float and an integer, 0f an integer and a float.
+        {"cal_addff", f1_5, fbits(2.25f), fbits(3.75f)}, {"cal_mulf", f1_5, 2, f3}, {"cal_sub0f", 1, f0_5, f0_5},
+        {"cal_mulff", f3, f0_5, f1_5}, {"cal_subff", f1_5, f0_5, fbits(1.0f)}, {"cal_addf", fbits(1.0f), 3, fbits(4.0f)},
+        {"cal_add0f", 3, f0_5, fbits(3.5f)}, {"cal_subf", fbits(3.5f), 2, f1_5}, {"cal_mul0f", 4, f1_5, fbits(6.0f)},
+        {"cal_divff", fbits(6.0f), f2, f3}, {"cal_divf", fbits(6.0f), 4, f1_5}, {"cal_div0f", 3, f2, f1_5},
+        {"cal_equf", f2, f2, T}, {"cal_gef", f1_5, f1_5, T}, {"push_sub0f", f2, {}, fbits(-2.0f)},
+        {"c_f0", fbits(-2.0f), {}, f2}, {"cal_lessf", fbits(-2.0f), f2, T}, {"cal_greatf", f2, fbits(-2.0f), T},
+        {"cal_lef", f2, f2, T}, {"cal_neqf", f2, f3, T}, {"c_fci", fbits(-2.75f), {}, -2u}, {"c_icf", -3u, {}, fbits(-3.0f)},
+        {"c_lci", 0x18000, {}, 0xFFFF8000}, {"c_lcc", T, {}, 255},
         // The one overflowing division wraps instead of trapping on the host.
         {"cal_div", 0x80000000, T, 0x80000000}, {"cal_mod", 0x80000000, T, 0},
         // Logical operators look at zero and non-zero, not at bits.
