@@ -55,6 +55,32 @@ TEST(Tvm2Program, BannerHelpAndMissingOrBrokenPrograms) {
     EXPECT_EQ(r.err, "tvm2: " + d.str() + "/junk.tvx: not a Tovix program\n");
 }
 
+// A program named on the command line runs once: when it exits the window
+// closes and tvm2 ends; its console text is on standard output.
+TEST(Tvm2Program, SingleProgramRunsOnceAndPrintsToStandardOutput) {
+    TempDir d;
+    fs::create_directories(d.path / "TovixOS");
+    assemble_to(d.path / "PROGRAM" / "hello.tvx",
+                ".tvx bits=24 mode=8 width=240 height=160\n"
+                "        push_string \"\\xc4\\xe3\\xba\\xc3 %s\\n\"\n"  // GB2312 "ni hao"
+                "        push_int 0x3000\n"
+                "        c_getcmdline\n"
+                "        push_int 0x3000\n"
+                "        push_char 2\n"
+                "        c_printf\n"
+                "        push_char 7\n"
+                "        c_exit\n");
+    const Process r = run_tvm2(d.str(), "PROGRAM/hello.tvx check extra");
+    EXPECT_EQ(r.status, 0);
+    const auto pos = [&](const std::string& s) { return r.out.find(s); };
+    EXPECT_NE(pos("Window mode: 640 x 480\n"), std::string::npos) << r.out;
+    EXPECT_NE(pos("你好 hello.tvx extra\n"), std::string::npos);
+    EXPECT_LT(pos("Unit test mode: func=check\n"), pos("root = .\n"));
+    EXPECT_LT(pos("root = .\n"), pos("Desktop size"));
+    EXPECT_LT(pos("Desktop size"), pos("[DEBUG] CMDLINE: hello.tvx extra\n"));
+    EXPECT_EQ(r.err, "");
+}
+
 // A program found in a directory starts again whenever it exits, until the
 // window is closed (here by an interrupt, as by its close button). Files the
 // guest left open and unflushed are written out on the way.
