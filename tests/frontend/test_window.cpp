@@ -79,20 +79,6 @@ protected:
     Frontend& fe = t.fe;
 };
 
-TEST_F(Presenting, LargeScreenFillsTheWindowWidthCentred) {
-    EXPECT_NE(t.log.find("Window mode: 640 x 480\n"), std::string::npos) << t.log;
-    auto f = frame(240, 160, 255);
-    f->pixels[0] = 0;  // black top-left guest pixel
-    present(fe, f);
-    EXPECT_EQ(fe.fps_frames_curr, 1u);
-    EXPECT_EQ(fe.gScreenSurfaceFull, nullptr);
-    EXPECT_EQ(at(320, 26), 0u);  // bars above and below the 640x426 picture
-    EXPECT_EQ(at(320, 27 + 426), 0u);
-    EXPECT_EQ(at(639, 27 + 425), kWhite);
-    EXPECT_EQ(at(1, 28), 0u);  // the top-left guest pixel, enlarged
-    EXPECT_EQ(at(4, 27), kWhite);
-}
-
 TEST_F(Presenting, SmallScreenGetsTheWindowSizedSurfaceUntilFullScreenToggles) {
     present(fe, frame(160, 80, 255));
     ASSERT_NE(fe.gScreenSurfaceFull, nullptr);
