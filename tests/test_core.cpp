@@ -3,6 +3,7 @@
 // save states moved from one core to another.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -108,7 +109,10 @@ void expect_same_frame(const Core& a, const Core& b) {
 class CoreTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir = fs::temp_directory_path() / ("tvm2_core_" + std::to_string(::getpid()));
+        // A name of fixed length, so that the saved states have the same layout on every run.
+        char name[32];
+        std::snprintf(name, sizeof name, "tvm2_core_%010d", static_cast<int>(::getpid()));
+        dir = fs::temp_directory_path() / name;
         fs::remove_all(dir);
         fs::create_directories(dir);
         const AsmResult r = assemble(kProgram, "t.tvs");
@@ -219,6 +223,19 @@ TEST_F(CoreTest, DamagedStatesAreRefusedAndChangeNothing) {
     bad = state;
     bad.push_back(0);
     EXPECT_TRUE(refused(with_crc(bad)));
+    // A section longer than its fields (payload size and checksum made to match).
+    bad = state;
+    const char clck[] = "CLCK";
+    const size_t at = static_cast<size_t>(std::search(bad.begin(), bad.end(), clck, clck + 4) - bad.begin());
+    ASSERT_LT(at, bad.size());
+    uint32_t len;
+    std::memcpy(&len, &bad[at + 4], 4);
+    bad.insert(bad.begin() + static_cast<std::ptrdiff_t>(at + 8 + len), 0);
+    ++len;
+    std::memcpy(&bad[at + 4], &len, 4);
+    const uint64_t payload = bad.size() - 24;
+    std::memcpy(&bad[12], &payload, 8);
+    EXPECT_NE(core_load_state(a.core, with_crc(bad)).find("CLCK has 1 bytes too many"), std::string::npos);
     // Damage that the checksum does not catch: every count, index and path
     // is checked, so no byte changed anywhere crashes the loader or the
     // machine running from what it accepted.
