@@ -47,29 +47,25 @@ TEST(EvalStack, PushAndPopWrapAroundSixtyFourCells) {
     EXPECT_EQ(vm.m->a1, 64u);
 }
 
-TEST(Reset, HeaderFlagsSelectWidthModeAndPen) {
-    struct Case { uint8_t flags; uint32_t bits; uint16_t mode, fg; int pen; };
-    for (const Case& k : {Case{0x00, 16, 1, 15, 0}, Case{0x80, 24, 1, 15, 0}, Case{0x10, 32, 1, 15, 0},
-                          Case{0x90, 32, 1, 15, 0}, Case{0x40, 16, 4, 15, 0}, Case{0x60, 16, 8, 255, 0},
-                          Case{0x21, 16, 1, 15, 1}, Case{0xE1, 24, 8, 255, 1}}) {
-        Vm vm(Code{}, k.flags);
-        EXPECT_EQ(vm.m->RamBits, k.bits) << int(k.flags);
-        EXPECT_EQ(vm.m->graph_mode, k.mode) << int(k.flags);
-        EXPECT_EQ(vm.m->fgcolor, k.fg) << int(k.flags);
+// Header byte 8 selects the address width, graphics mode and pen; bytes 9
+// and 10 the screen size (in units of 16, defaults and clamps), which the
+// console follows with the large font.
+TEST(Reset, HeaderSelectsWidthModePenAndScreenSize) {
+    struct Case { uint8_t flags, w, h; uint32_t bits; uint16_t mode, fg; int pen, width, height; };
+    for (const Case& k : {Case{0x00, 0, 0, 16, 1, 15, 0, 160, 80}, Case{0x80, 1, 15, 24, 1, 15, 0, 32, 240},
+                          Case{0x10, 30, 20, 32, 1, 15, 0, 320, 240}, Case{0x90, 10, 1, 32, 1, 15, 0, 160, 32},
+                          Case{0x40, 20, 2, 16, 4, 15, 0, 320, 32}, Case{0x60, 0, 0, 16, 8, 255, 0, 160, 80},
+                          Case{0x21, 0, 0, 16, 1, 15, 1, 160, 80}, Case{0xE1, 0, 0, 24, 8, 255, 1, 160, 80}}) {
+        SCOPED_TRACE(testing::Message() << "flags " << int(k.flags) << " size " << int(k.w) << "x" << int(k.h));
+        Vm vm(Code{}, k.flags, k.w, k.h);
+        EXPECT_EQ(vm.m->RamBits, k.bits);
+        EXPECT_EQ(vm.m->graph_mode, k.mode);
+        EXPECT_EQ(vm.m->fgcolor, k.fg);
         EXPECT_EQ(vm.m->bgcolor, 0);
         EXPECT_EQ(vm.m->have_pen, k.pen);
         EXPECT_EQ(vm.m->have_keypad, 1 - k.pen);
-    }
-}
-
-TEST(Reset, ScreenSizeDefaultsAndClamps) {
-    struct Case { uint8_t w, h; int width, height; };
-    for (const Case& k : {Case{0, 0, 160, 80}, Case{1, 15, 32, 240}, Case{30, 20, 320, 240}, Case{10, 1, 160, 32},
-                          Case{20, 2, 320, 32}}) {
-        Vm vm(Code{}, 0, k.w, k.h);
-        EXPECT_EQ(vm.m->ScreenWidth, k.width) << int(k.w);
-        EXPECT_EQ(vm.m->ScreenHeight, k.height) << int(k.h);
-        // The console follows the size with the large font.
+        EXPECT_EQ(vm.m->ScreenWidth, k.width);
+        EXPECT_EQ(vm.m->ScreenHeight, k.height);
         EXPECT_EQ(vm.m->curr_CPR, k.width / 8);
         EXPECT_EQ(vm.m->curr_RPS, k.height / 16);
     }
