@@ -1,7 +1,5 @@
-// String and memory calls called directly on a machine's evaluation stack:
-// what the program tests (lib_strings, lib_memory, lib_ctype) cannot see from
-// inside the guest, and hostile pointers and counts, which must stay inside
-// guest memory.
+// String and memory calls given hostile pointers and counts, which must
+// stay inside guest memory.
 #include <string>
 
 #include "lib/syscalls.h"
