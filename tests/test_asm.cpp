@@ -28,7 +28,7 @@ TEST(AsmEncoding, OperandKindsIn24And32BitPrograms) {
         "push_char 255\npush_char -1\npush_int -2\npush_int 0xBEEF\npush_long -2\n"
         "push_vint 0x1234\nc_jmp 0x123456\nc_debug 70000\nadd_bp 0x20, 3\nc_secret 'Z'\n"
         "push_along2 5\npush_lalong2 6\nc_putchar\n";
-    // The 16-bit forms run in the all_instructions program. In a 24-bit
+    // The 16-bit forms run in the unit and program tests. In a 24-bit
     // program only address operands widen; targets and marks stay 3 bytes.
     const Bytes b24 = code_of(".tvx bits=24\n" + body);
     const Bytes e24 = {0x01, 0xFF, 0x01, 0xFF, 0x02, 0xFE, 0xFF, 0x02, 0xEF, 0xBE, 0x03, 0xFE, 0xFF, 0xFF, 0xFF,

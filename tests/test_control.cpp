@@ -1,5 +1,5 @@
 // Frames, marks, stop requests, exits and undefined code: what the
-// all_instructions and frames* programs leave unseen.
+// calls_frames and frames32 programs leave unseen.
 #include <random>
 
 #include "vm_harness.h"

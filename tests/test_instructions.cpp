@@ -1,10 +1,12 @@
 // Loads, arithmetic, assignment and conversions checked through the
-// evaluation stack of a running program: the edge cases and the encodings
-// that the all_instructions program cannot see from inside the guest.
+// evaluation stack of a running program.
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <optional>
+#include <string>
 
+#include "tools/asm/asm.h"
 #include "vm_harness.h"
 
 namespace {
@@ -112,48 +114,73 @@ TEST(Arithmetic, DivisionByZeroAndRetiredInstructionsEndTheProgram) {
     EXPECT_TRUE(std::isnan(std::bit_cast<float>(zero.cell())));
 }
 
-TEST(Push, IndexAndAddressOperandsFollowTheProgramWidth) {
-    Code c;  // the index cell keeps 16 bits
-    c.op("push_long").u32(0x00010002).op("push_glong").u16(0x2FFE);
-    Vm vm(c);
-    lRamWrite4(*vm.m, 0x3000, 0x12348000);
-    vm.run(2);
-    EXPECT_EQ(vm.cell(), 0x12348000u);
-
-    Code w;  // three-byte addresses; the index keeps 24 bits
-    w.op("push_vchar").u24(0x012345).op("push_long").u32(0x01000005).op("push_gchar").u24(0x012340);
-    Vm wide(w, 0x80);
-    lRamWrite(*wide.m, 0x12345, 77);
-    wide.run(3);
-    EXPECT_EQ(wide.cell(1), 77u);
-    EXPECT_EQ(wide.cell(0), 77u);
-    EXPECT_EQ(wide.m->lPC, 16u + 4 + 5 + 4);
+// The top cell after a program of the given width and frame base that
+// starts with the globals at G (0x2010: 00 80 FF 7F) and runs src to its end.
+uint32_t top(const std::string& src, int bits, uint32_t bp) {
+    const std::string text = ".equ G, 0x2010\nc_preset G, 0x00, 0x80, 0xFF, 0x7F\n" + src + "\n";
+    const AsmResult r = assemble(".tvx bits=" + std::to_string(bits) + "\n" + text, "t.tvs");
+    EXPECT_TRUE(r.errors.empty()) << src;
+    Code c;
+    c.b.assign(r.bytes.begin() + 16, r.bytes.end());
+    Vm vm(c, r.bytes[8]);
+    vm.m->local_bp = bp;
+    vm.run(static_cast<uint64_t>(std::count(text.begin(), text.end(), '\n') - 1));
+    EXPECT_FALSE(vm.m->exited) << src;
+    return vm.cell();
 }
 
-TEST(Push, ReferenceCellLayout) {
-    Code c;
-    c.op("push_int").u16(0x20).op("push_achar").u16(0xFFF0);  // carry out of 16 bits is lost
-    c.op("push_char").u8(4).op("push_aint").u16(0x3000);
-    c.op("push_char").u8(4).op("push_along2").u16(0x3000);
-    c.op("push_llong").u16(0x8);
-    c.op("push_int").u16(0x20).op("push_ax").u16(0xFFF0);  // plain address keeps the carry
-    c.op("push_long").u32(0x00812345).op("c_ciptr");            // the local flag is dropped
-    c.op("push_long").u32(0x00012345).op("c_clptr");
-    Vm vm(c);
-    vm.m->local_bp = 0x4000;
-    vm.run(13);
-    const uint32_t want[] = {0x00010010, 0x00023004, 0x00003004, 0x00004008, 0x00010010, 0x00022345, 0x00042345};
-    for (int i = 0; i < 7; ++i) EXPECT_EQ(vm.cell(6 - i), want[i]) << i;
-
-    Code w;  // wide programs: type in bits 24-30
-    w.op("push_char").u8(1).op("push_laint").u24(0x10).op("push_char").u8(0).op("push_lalong2").u24(0x10);
-    w.op("push_long").u32(0x7F012345).op("c_clptr");
-    Vm wide(w, 0x80);
-    wide.m->local_bp = 0x123456;
-    wide.run(6);
-    EXPECT_EQ(wide.cell(2), 0x02123467u);
-    EXPECT_EQ(wide.cell(1), 0x00123466u);
-    EXPECT_EQ(wide.cell(0), 0x04012345u);
+// Loads, stores, references and pointers in every form: sign and zero
+// extension, index cells, reference cells (type in bits 16-22, or 24-30 in
+// wide programs; the local flag 0x80 or bit 31), stores that narrow.
+TEST(Memory, LoadsStoresReferencesAndPointers) {
+    const struct { const char* src; uint32_t want; int bits = 16; uint32_t bp = 0x4000; } cases[] = {
+        {"push_char 255\npush_int -1\ncal_add", 254}, {"push_long 0x12345678\npush_long 305419896\ncal_equ", T},
+        {"push_vint G", 0xFFFF8000}, {"push_vchar G+1", 0x80}, {"push_vlong G", 0x7FFF8000},
+        {"push_char 2\npush_gint G", 0x7FFF}, {"push_char 1\npush_gchar G", 0x80}, {"push_char 0\npush_glong G", 0x7FFF8000},
+        {"c_preset 0x3000, 0x00, 0x80, 0x34, 0x12\npush_long 0x00010002\npush_glong 0x2FFE", 0x12348000},  // index: 16 bits
+        {"c_preset 0x12345, 77\npush_long 0x01000005\npush_gchar 0x012340", 77, 24},  // 24 bits, 3-byte addresses
+        {"c_preset 0x12345, 77\npush_vchar 0x012345", 77, 24},
+        {"push_char 4\npush_aint G\npush_long 0x12345\nc_let", 0x12345},  // the value is pushed whole
+        {"push_char 4\npush_aint G\npush_long 0x12345\nc_let\npush_vint G+4", 0x2345},
+        {"push_char 8\npush_achar G\npush_int 300\nc_let\npush_vchar G+8", 44},
+        {"push_char 0\npush_along G+12\npush_long -5\nc_let\npush_char 0\npush_along2 G+12\ncal_INC", -5u},
+        {"push_char 0\npush_along G+12\npush_long -5\nc_let\npush_char 0\npush_along2 G+12\ncal_INC\npush_vlong G+12", -4u},
+        {"c_preset G+4, 0x45, 0x23\npush_long 0x10000+G+4\nc_iptr", 0x2345}, {"c_preset G+4, 0x45\npush_int G+4\nc_ptr", 0x45},
+        {"c_preset G+12, 0xFC, 0xFF, 0xFF, 0xFF\npush_int G+12\nc_lptr", -4u},
+        {"push_int G+16\nc_cptr\npush_char 'x'\nc_let\npush_int G+18\nc_ciptr\npush_int -2\nc_let\npush_int G+20\nc_clptr\n"
+         "push_long 0x01020304\nc_let\ncal_add\ncal_add\npush_vchar G+16\npush_vint G+18\npush_vlong G+20\ncal_add\ncal_add\ncal_sub",
+         0},
+        {"push_int G+16\npush_char 2\nc_letx 1\npush_vchar G+16", 2}, {"c_preset G+16, 2\npush_int G\npush_ax 16\nc_ptr", 2},
+        {"c_preset G+16, 2\npush_char 16\npush_achar G\ncal_inc", 3}, {"c_preset G+16, 2\npush_char 16\npush_achar G\ncal_dec", 1},
+        {"c_preset G+16, 2\npush_char 16\npush_achar G\ncal_DEC", 2},  // pushes the old value
+        {"c_preset G+16, 2\npush_char 16\npush_achar G\ncal_DEC\npop_val\npush_vchar G+16", 1},
+        {"c_preset G+16, 1\npush_int G+16\ncal_idx 0x01", 2},  // pre-increment char
+        {"c_preset G+18, 0xFE, 0xFF\npush_int G+18\ncal_idx 0x62", -2u},  // post-decrement int
+        {"c_preset G+18, 0xFE, 0xFF\npush_int G+18\ncal_idx 0x62\npop_val\npush_vint G+18", -3u},
+        {"push_string \"AB\"\nc_ptr", 'A'}, {"c_secret 0x5A\npush_string \"He\"\ncal_qadd 1\nc_ptr", 'e'},
+        // Reference cells.
+        {"push_int 0x20\npush_achar 0xFFF0", 0x00010010},  // the carry out of 16 bits is lost
+        {"push_char 4\npush_aint 0x3000", 0x00023004}, {"push_char 4\npush_along2 0x3000", 0x00003004},
+        {"push_llong 0x8", 0x00004008}, {"push_int 0x20\npush_ax 0xFFF0", 0x00010010},  // a plain address keeps it
+        {"push_long 0x00812345\nc_ciptr", 0x00022345}, {"push_long 0x00012345\nc_clptr", 0x00042345},
+        {"push_char 1\npush_laint 0x10", 0x02123467, 24, 0x123456}, {"push_char 0\npush_lalong2 0x10", 0x00123466, 24, 0x123456},
+        {"push_long 0x7F012345\nc_clptr", 0x04012345, 24},
+        // Increments narrow on store: char 255 stores 0, int 32767 stores -32768, char 0 stores 255.
+        {"c_preset 0x3000, 255\npush_long 0x00013000\ncal_INC", 255},
+        {"c_preset 0x3000, 255\npush_long 0x00013000\ncal_INC\npush_vchar 0x3000", 0},
+        {"c_preset 0x3002, 0xFF, 0x7F\npush_long 0x00023002\ncal_INC\npush_vint 0x3002", 0xFFFF8000},
+        {"c_preset 0x5004, 41\npush_long 0x00800004\ncal_inc\npush_vlong 0x5004", 42, 16, 0x5000},
+        {"push_long 0x00013008\ncal_DEC\npush_vchar 0x3008", 255},
+        {"c_preset 0x3010, 0x00, 0x80\npush_int 0x3010\ncal_idx 0x22", -32769u},  // pushed before narrowing
+        {"c_preset 0x3010, 0x00, 0x80\npush_int 0x3010\ncal_idx 0x22\npop_val\npush_vint 0x3010", 0x7FFF},
+        {"c_preset 0x5014, 255, 255, 255, 255\npush_int 0x14\ncal_idx 0xC0", T, 16, 0x5000},  // post-increment local long
+        {"c_preset 0x5014, 255, 255, 255, 255\npush_int 0x14\ncal_idx 0xC0\npop_val\npush_vlong 0x5014", 0, 16, 0x5000},
+        {"push_long 0x00800004\npush_long 0xCAFEBABE\nc_let\npush_vlong 0x4004", 0xCAFEBABE},
+        {"c_preset 0x2345, 0xF1, 0xF0\npush_long 0xFF012345\nc_iptr", 0xFFFFF0F1},  // address masked, value sign-extended
+        {"push_long 0x81000010\npush_int 0x1FF\nc_let\npush_vint 0x20010", 0xFF, 24, 0x20000},  // wide local flag: bit 31
+        {"push_long 0x10020\npush_int 0x1234\nc_letx 0x82\npush_vint 0x30020", 0x1234, 24, 0x20000},  // letx adds bp unmasked
+    };
+    for (const auto& k : cases) EXPECT_EQ(top(k.src, k.bits, k.bp), k.want) << k.src;
 }
 
 TEST(Push, StringLiteralStartedNearTheEndOfTheRingIsStoredWhole) {
@@ -167,59 +194,6 @@ TEST(Push, StringLiteralStartedNearTheEndOfTheRingIsStoredWhole) {
     EXPECT_EQ(ring.cell(0), kStringStack);  // the next starts over
     EXPECT_EQ(lRamRead(*ring.m, kStringStack), 'z');
     EXPECT_EQ(ring.m->string_ptr, kStringStack + 2);
-}
-
-TEST(Assignment, IncrementsNarrowOnStore) {
-    Code c;
-    c.op("push_long").u32(0x00013000).op("cal_INC");  // char 255: pushes 255, stores 0
-    c.op("push_long").u32(0x00023002).op("cal_INC");  // int 32767: stores -32768
-    c.op("push_long").u32(0x00800004).op("cal_inc");  // local flag: local_bp + 4
-    c.op("push_long").u32(0x00013008).op("cal_DEC");  // char 0: pushes 0, stores 255
-    c.op("push_int").u16(0x3010).op("cal_idx").u8(0x22);            // pre-dec int
-    c.op("push_int").u16(0x0014).op("cal_idx").u8(0x80 | 0x40 | 0);  // post-inc local long
-    Vm vm(c);
-    Machine& m = *vm.m;
-    lRamWrite(m, 0x3000, 255);
-    lRamWrite2(m, 0x3002, 32767);
-    lRamWrite4(m, 0x5004, 41);
-    lRamWrite2(m, 0x3010, 0x8000);
-    lRamWrite4(m, 0x5014, T);
-    m.local_bp = 0x5000;
-    vm.run(12);
-    EXPECT_EQ(vm.cell(5), 255u);
-    EXPECT_EQ(lRamRead(m, 0x3000), 0);
-    EXPECT_EQ(vm.cell(4), 32767u);
-    EXPECT_EQ(lRamRead2(m, 0x3002), -32768);
-    EXPECT_EQ(vm.cell(3), 42u);
-    EXPECT_EQ(lRamRead4(m, 0x5004), 42u);
-    EXPECT_EQ(vm.cell(2), 0u);
-    EXPECT_EQ(lRamRead(m, 0x3008), 255);
-    EXPECT_EQ(vm.cell(1), static_cast<uint32_t>(-32769));  // pushed before narrowing
-    EXPECT_EQ(lRamRead2(m, 0x3010), 0x7FFF);
-    EXPECT_EQ(vm.cell(0), T);
-    EXPECT_EQ(lRamRead4(m, 0x5014), 0u);
-}
-
-TEST(Assignment, LocalFlagAndWideReferences) {
-    Code c;
-    c.op("push_long").u32(0x00800004).op("push_long").u32(0xCAFEBABE).op("c_let");
-    c.op("push_long").u32(0xFF012345).op("c_iptr");  // address masked, value sign-extended
-    Vm vm(c);
-    vm.m->local_bp = 0x4000;
-    lRamWrite2(*vm.m, 0x2345, 0xF0F1);
-    vm.run(5);
-    EXPECT_EQ(lRamRead4(*vm.m, 0x4004), 0xCAFEBABEu);
-    EXPECT_EQ(vm.cell(), 0xFFFFF0F1u);
-
-    Code w;  // wide program: local flag bit 31
-    w.op("push_long").u32(0x81000010).op("push_int").u16(0x1FF).op("c_let");
-    w.op("push_long").u32(0x10020).op("push_int").u16(0x1234).op("c_letx").u8(0x82);
-    Vm wide(w, 0x80);
-    wide.m->local_bp = 0x20000;
-    wide.run(6);
-    EXPECT_EQ(lRamRead2(*wide.m, 0x20010), 0xFF);
-    EXPECT_EQ(lRamRead2(*wide.m, 0x30020), 0x1234);  // letx adds local_bp unmasked
-    EXPECT_EQ(wide.cell(), 0x1234u);
 }
 
 }  // namespace
