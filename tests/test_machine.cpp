@@ -158,6 +158,10 @@ TEST_F(LoaderFiles, RejectsWithTheLoaderMessages) {
         EXPECT_EQ(TaskOpenUtf8(*m, p), nullptr);
         EXPECT_EQ(host.logged, "Not valid Tovix file " + p + "!\n");
     }
+    // Code offsets are 24-bit: a larger file is refused before it is read.
+    const std::string big = write("big.tvx", tvx_header());
+    std::filesystem::resize_file(big, 0x1000001);
+    EXPECT_EQ(TaskOpenUtf8(*m, big), nullptr);
 }
 
 }  // namespace

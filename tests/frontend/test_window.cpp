@@ -185,6 +185,9 @@ TEST_F(Presenting, WaitingOnTimeSleepsUntilTheWakeUpTime) {
     }
     EXPECT_LE(passes, 3);
     EXPECT_GE(core_time(fe.core), 39'062'500u);  // 40 ms in whole 1/256 s ticks
+    const uint32_t before = SDL_GetTicks();  // a wake-up time already past: no wait at all
+    wait_for_events(fe, {.status = RunStatus::Waiting, .wait = WaitKind::Time, .wake_ns = 1});
+    EXPECT_LT(SDL_GetTicks() - before, 50u);
 }
 
 }  // namespace
