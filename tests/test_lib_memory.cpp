@@ -2,8 +2,10 @@
 // text included), unsigned comparison, searches that give guest addresses,
 // the low byte of character arguments, forward copies that repeat a pattern
 // where the areas overlap, moves both ways, fills, counts masked to 16 bits,
-// abs, and the two calls that do nothing.
+// abs, and the two calls that do nothing; frame decoding.
+#include <array>
 #include <utility>
+#include <vector>
 
 #include "lib/syscalls.h"
 #include "vm_harness.h"
@@ -56,4 +58,36 @@ TEST(LibStrings, ResultsOfTheStringAndMemoryCalls) {
     c.call(c_beep, {});
     c.call(c_setlist, {});
     EXPECT_EQ(c.cell(), 42u);
+}
+
+// Frame decoding (service 15) beyond the basic cases: count fields of 0 (64
+// bytes), wrap-around in the difference method, operand bytes read behind
+// the end of a frame (what the frames before left there), headers of fewer
+// than 2 bytes, the unused methods 3-7 and a source masked to 16 bits. Each
+// frame is written over the one before into a destination of 'x' (120).
+TEST(LibServices, FrameDecodingEdgeCases) {
+    CallVm c;
+    const uint32_t dst = 0x3100;
+    const int probes[] = {0, 1, 2, 63, 64, 65, 127, 128, 191, 192, 193, 194, 255, 256};
+    std::vector<uint8_t> ramp = {0x04, 0x20, 0x80};
+    for (uint8_t i = 1; i <= 64; ++i) ramp.push_back(i);
+    const struct { std::vector<uint8_t> frame; uint32_t src; std::array<int, 14> want; } cases[] = {
+        {{0x06, 0x20, 0x40, 0xC0, 0x71, 0x00}, 0x3000, {255, 255, 255, 255, 113, 113, 113, 0, 0, 120, 120, 120, 120, 120}},  // rle64
+        {ramp, 0x3000, {1, 2, 3, 64, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // rle64copy
+        {{0x09, 0x40, 0x40, 0xC0, 0x05, 0x00, 0xC2, 0xC8, 0x41}, 0x3000, {119, 119, 119, 119, 125, 125, 125, 120, 120, 64, 64, 119, 120, 120}},  // diff64
+        {{0x05, 0x40, 0x81, 0x88, 0xC0, 0x03}, 0x3000, {0, 123, 123, 123, 123, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // diffcopy
+        {{0x03, 0x20, 0xC3, 0x7A}, 0x3000, {122, 122, 122, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // behind
+        {{0x00, 0x00, 0x41, 0x42}, 0x3000, {120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // short0
+        {{0x01, 0x00, 0x41, 0x42}, 0x3000, {120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // short1
+        {{0x02, 0x00, 0x41, 0x42}, 0x3000, {120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // short2
+        {{0x05, 0x60, 0x41, 0x00, 0x00}, 0x3000, {120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // method3
+        {{0x05, 0xE0, 0x41, 0x00, 0x00}, 0x3000, {120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // method7
+        {{0x05, 0x00, 0x61, 0x62, 0x63}, 0x13000, {97, 98, 99, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120, 120}},  // masked
+    };
+    for (const auto& k : cases) {
+        for (size_t i = 0; i < k.frame.size(); ++i) lRamWrite(*c.m, 0x3000 + static_cast<uint32_t>(i), k.frame[i]);
+        for (uint32_t i = 0; i < 300; ++i) lRamWrite(*c.m, dst + i, 'x');
+        c.result(c_system, {k.src, dst, 15});
+        for (int i = 0; i < 14; ++i) EXPECT_EQ(lRamRead(*c.m, dst + probes[i]), k.want[size_t(i)]) << &k - cases << " at " << probes[i];
+    }
 }
