@@ -2,8 +2,9 @@
 // text included), unsigned comparison, searches that give guest addresses,
 // the low byte of character arguments, forward copies that repeat a pattern
 // where the areas overlap, moves both ways, fills, counts masked to 16 bits,
-// abs, and the two calls that do nothing; frame decoding.
+// abs, and the two calls that do nothing; frame decoding; random numbers.
 #include <array>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -89,5 +90,23 @@ TEST(LibServices, FrameDecodingEdgeCases) {
         for (uint32_t i = 0; i < 300; ++i) lRamWrite(*c.m, dst + i, 'x');
         c.result(c_system, {k.src, dst, 15});
         for (int i = 0; i < 14; ++i) EXPECT_EQ(lRamRead(*c.m, dst + probes[i]), k.want[size_t(i)]) << &k - cases << " at " << probes[i];
+    }
+}
+
+// The random-number generator: the reset on the virtual clock reads one tick
+// and sets the lowest bit, so the seed is 1 as after srand(1); then seeds
+// that use the high bits.
+TEST(LibStrings, RandomNumbersAfterTheResetAndAfterSeeds) {
+    CallVm c;
+    const struct { std::optional<int64_t> seed; std::array<uint32_t, 6> want; } cases[] = {
+        {{}, {346, 130, 10982, 1090, 11656, 7117}}, {1, {346, 130, 10982, 1090, 11656, 7117}},
+        {0, {0, 346, 130, 10982, 1090, 11656}}, {-1, {32421, 561, 22046, 20874, 23292, 16195}},
+        {305419896, {5470, 22030, 16144, 7932, 18879, 26633}}, {-2147483648, {0, 346, 130, 10982, 1090, 11656}},
+        {2147418112, {12747, 10849, 8437, 27829, 13853, 14815}},
+        {1073741824, {16384, 16730, 16514, 27366, 17474, 28040}},
+    };
+    for (const auto& k : cases) {
+        if (k.seed) c.call(c_srand, {*k.seed});
+        for (uint32_t w : k.want) EXPECT_EQ(c.result(c_rand, {}), w) << k.seed.value_or(-1);
     }
 }
