@@ -59,22 +59,4 @@ TEST(FsFiles, OpenRefusalsAndTheVerboseSwitch) {
     EXPECT_EQ(vm.host.logged, "");
 }
 
-TEST(FsFiles, TransfersWrapAtTheEndOfGuestMemory) {
-    FsVm vm(24);
-    Machine& m = *vm.m;
-    vm.dir.write("f.bin", "ABCDEF");
-    const uint32_t h = vm.open("f.bin", "r+");
-    ASSERT_EQ(h, 0x80u);
-    EXPECT_EQ(vm.call(c_fread, {kRamSize - 2, 1, 6, h}), 6u);
-    EXPECT_EQ(m.tovix_ram[kRamSize - 2], 'A');
-    EXPECT_EQ(m.tovix_ram[kRamSize - 1], 'B');
-    EXPECT_EQ(m.tovix_ram[0], 'C');
-    EXPECT_EQ(m.tovix_ram[3], 'F');
-    m.tovix_ram[kRamSize - 1] = 'y';
-    m.tovix_ram[0] = 'z';
-    EXPECT_EQ(vm.call(c_fwrite, {kRamSize - 1, 1, 2, h}), 2u);
-    vm.call(c_fclose, {h});
-    EXPECT_EQ(vm.dir.read("f.bin"), "ABCDEFyz");
-}
-
 }  // namespace

@@ -83,26 +83,6 @@ TEST(Overlay, FrameCounterPositionFollowsTheGuestScreen) {
     EXPECT_TRUE(s.margins_untouched());
 }
 
-TEST(Overlay, KeyMapPanelFrameLinesAndText) {
-    TestSurface t(320, 240);
-    fill(t, 0xFFFF);
-    draw_keymap_sdl(t.s, "tvm2");
-    for (const auto& [x, y] : {std::pair{41, 100}, {277, 100}, {100, 43}, {100, 196}}) EXPECT_EQ(t.at(x, y), 0xFFFF);
-    for (const auto& [x, y] : {std::pair{42, 44}, {276, 44}, {42, 195}, {276, 195}}) EXPECT_EQ(t.at(x, y), kMesWhite);
-    for (const auto& [x, y] : {std::pair{44, 62}, {274, 62}, {159, 63}, {159, 168}}) EXPECT_EQ(t.at(x, y), kMesGreen);
-    for (const auto& [x, y] : {std::pair{45, 47}, {43, 62}, {275, 62}, {160, 100}}) EXPECT_EQ(t.at(x, y), kHalfWhite);
-
-    expect_text(t, 115, 52, "KEY MAPPING", kMesWhite, kHalfWhite);
-    expect_text(t, 165, 91, "L1+SEL", kMesYellow, kHalfWhite);
-    expect_text(t, 231, 91, "FPS", kMesWhite, kHalfWhite);
-    // The ninth letter of SEL+START runs under the button text at x 114.
-    expect_text(t, 48, 139, "SEL+STAR", kMesYellow, kHalfWhite);
-    expect_text(t, 114, 151, "SAVE", kMesWhite, kHalfWhite);  // F5 and F9
-    expect_text(t, 231, 151, "LOAD", kMesWhite, kHalfWhite);
-    expect_text(t, 127, 176, "F1 TO HIDE", kMesLightBlue, kHalfWhite);
-    expect_text(t, 42 + (235 - 72) / 2, 188, "TVM2 V0.1", kMesGrey, kHalfWhite, 7);  // row 7 is the frame
-}
-
 TEST(Overlay, UnitTestPanelShowsTimeAndCutsLongNames) {
     TestSurface t(320, 240);
     fill(t, 0xFFFF);
