@@ -44,15 +44,18 @@ std::string program_name() {
     return slash ? slash + 1 : buf;
 }
 
-// Frame counter, key map and unit-test panel, in this order, over the frame.
+// Frame counter, key map and unit-test panel, in this order, over the frame;
+// the panels centred in the part of the surface the window shows.
 void draw_overlays(Frontend& fe, Surface16& view, int sw, int sh) {
+    const SDL_Rect src = frame_rects(sw, sh, view.w, view.h, fe.windowWidth, fe.windowHeight, false).src;
+    const OverlayArea area{src.x, src.y, src.w, src.h};
     if (fe.show_fps) draw_fps(view, static_cast<int>(fe.fps_frames), static_cast<int>(fe.fps_need_frames), sw, sh);
     if (fe.show_keymap) {
         static const std::string name = program_name();
-        draw_keymap_sdl(view, name);
+        draw_keymap_sdl(view, area, name);
     }
     if (fe.start.unit_test_mode)
-        draw_unit_test_info(view, SDL_GetTicks() - fe.start.unit_test_start_tick, fe.start.unit_test_func,
+        draw_unit_test_info(view, area, SDL_GetTicks() - fe.start.unit_test_start_tick, fe.start.unit_test_func,
                             fe.start.unit_test_dir);
 }
 
