@@ -112,6 +112,22 @@ done <<'ROWS'
 --state-out nodir/state|[ $status = 122 ] && [ ! -e nodir ]
 --screenshot link.png  |[ $status = 0 ] && [ -L link.png ] && "$tvxrun" --compare-png real.png link.png
 ROWS
+# Bad inputs: each tool names the file and the cause, and fails without a crash.
+mkdir dir.tvs dir.tvx && : >empty.tvx && printf 'TVX\022abc' >short.tvx
+while IFS='|' read -r tool file cause; do
+  "${!tool}" "$file" >out 2>err
+  status=$?
+  check "$tool $file: status $status, $(cat err)" '[ $status = 1 ] && [ "$(cat err)" = "$tool: $file: $cause" ]'
+done <<'ROWS'
+tvxasm|dir.tvs|is a directory
+tvxasm|gone.tvs|No such file or directory
+tvxdis|dir.tvx|is a directory
+tvxdis|empty.tvx|empty file
+tvxdis|short.tvx|truncated Tovix program (7 of the 16 header bytes)
+tvxdis|hello.tvs|not a Tovix program
+ROWS
+"$tvxrun" empty.tvx 2>err
+check "tvxrun empty.tvx: $(cat err)" '[ "$(cat err)" = "tvxrun: empty.tvx: empty file" ]'
 cp hello.tvx HELLO.TVX
 "$tvxrun" HELLO.TVX >out 2>err
 status=$?

@@ -25,10 +25,8 @@ std::string check_program(const std::string& path) {
     uint8_t head[tvx_header::kSize];
     const size_t got = std::fread(head, 1, sizeof head, f);
     std::fclose(f);
-    if (got < sizeof head && got >= 3 && std::memcmp(head, "TVX", 3) == 0)
-        return path + ": truncated Tovix program (" + std::to_string(got) + " of the 16 header bytes)";
-    if (!tvx_header::is_header(head, got)) return path + ": not a Tovix program";
-    return "";
+    const std::string problem = tvx_header::problem(head, got);
+    return problem.empty() ? "" : path + ": " + problem;
 }
 
 // Applies the queued button changes, one input pass each. A release of a

@@ -1,7 +1,5 @@
 // tvxasm: assembles a .tvs source file into a .tvx program.
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "tools/asm/asm.h"
@@ -36,19 +34,17 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    std::ifstream in(input, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "tvxasm: cannot open %s\n", input.c_str());
+    std::string source, error;
+    if (!read_input_file(input, &source, &error)) {
+        std::fprintf(stderr, "tvxasm: %s: %s\n", input.c_str(), error.c_str());
         return 1;
     }
-    const std::string source((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     const AsmResult r = assemble(source, input);
     if (!r.errors.empty()) {
         for (const AsmError& e : r.errors)
             std::fprintf(stderr, "%s:%d: %s\n", e.file.c_str(), e.line, e.message.c_str());
         return 1;
     }
-    std::string error;
     if (!write_output_file(output, std::string_view(reinterpret_cast<const char*>(r.bytes.data()), r.bytes.size()),
                            &error)) {
         std::fprintf(stderr, "tvxasm: cannot write %s: %s\n", output.c_str(), error.c_str());

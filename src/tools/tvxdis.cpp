@@ -3,8 +3,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -29,16 +27,14 @@ int main(int argc, char** argv) {
     std::string input, output;
     if (const int status = parse_in_out(argc, argv, "tvxdis", usage, &input, &output); status >= 0) return status;
 
-    std::ifstream in(input, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "Can not open %s!\n", input.c_str());
+    std::string data, error;
+    if (!read_input_file(input, &data, &error)) {
+        std::fprintf(stderr, "tvxdis: %s: %s\n", input.c_str(), error.c_str());
         return 1;
     }
-    const std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::string error;
-    const std::string text = disassemble(file, &error);
+    const std::string text = disassemble(std::vector<uint8_t>(data.begin(), data.end()), &error);
     if (!error.empty()) {
-        std::fprintf(stderr, "Not valid Tovix file %s!\n", input.c_str());
+        std::fprintf(stderr, "tvxdis: %s: %s\n", input.c_str(), error.c_str());
         return 1;
     }
     if (output.empty()) {

@@ -96,3 +96,33 @@ bool same_file(const std::string& a, const std::string& b) {
     struct stat sa, sb;
     return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
+
+bool read_input_file(const std::string& path, std::string* data, std::string* error) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        *error = std::strerror(errno);
+        return false;
+    }
+    struct stat st;
+    bool ok = fstat(fd, &st) == 0;
+    if (!ok) {
+        *error = std::strerror(errno);
+    } else if (!S_ISREG(st.st_mode)) {
+        *error = S_ISDIR(st.st_mode) ? "is a directory" : "not a regular file";
+        ok = false;
+    }
+    data->clear();
+    char buf[65536];
+    while (ok) {
+        const ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            *error = std::strerror(errno);
+            ok = false;
+        }
+        if (n <= 0) break;
+        data->append(buf, static_cast<size_t>(n));
+    }
+    ::close(fd);
+    return ok;
+}

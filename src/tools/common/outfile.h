@@ -1,4 +1,5 @@
-// Writing the tools' output files without harming what is already there.
+// Reading the tools' input files, and writing their output files without
+// harming what is already there.
 #pragma once
 
 #include <string>
@@ -15,3 +16,8 @@ bool write_output_file(const std::string& path, std::string_view data, std::stri
 // Whether a and b name the same existing file (device and inode), however
 // they are spelled: another path, a symbolic or a hard link.
 bool same_file(const std::string& a, const std::string& b);
+
+// Reads the whole regular file at path into *data; on failure false with the
+// cause in *error ("is a directory", "not a regular file", or the system's
+// reason: no such file, permission denied).
+bool read_input_file(const std::string& path, std::string* data, std::string* error);
