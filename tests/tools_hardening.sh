@@ -156,6 +156,10 @@ check "output to /dev/full: status $status" '[ $status = 122 ] && grep -q "canno
 status=${PIPESTATUS[0]}
 check "output to a closed pipe: status $status" '[ $status = 122 ] && grep -q "Broken pipe" err'
 
+# The trace shows a string operand's text, escaped as the assembler reads it.
+"$tvxrun" --trace hello.tvx >/dev/null 2>err
+check "trace of push_string" 'grep -qxF "000010  push_string \"hello\\n\"" err'
+
 # A log line of 1,500 bytes comes out whole, with its line end.
 long=$(printf 'w%.0s' $(seq 1500))
 "$tvxrun" hello.tvx "$long" >/dev/null 2>err

@@ -18,6 +18,7 @@
 #include <ctime>
 
 #include "core/state.h"
+#include "tools/asm/asm.h"
 #include "tools/common/numbers.h"
 #include "tools/common/outfile.h"
 #include "tools/run/screenshot.h"
@@ -101,7 +102,8 @@ const char* const kUsage =
     "  --keys-file F   the same script read from a file (# starts a comment)\n"
     "  --disk-limit N  bytes the run may add to the guest root (default 256M; K, M\n"
     "                  and G suffixes); past it writes fail as on a full disk\n"
-    "  --trace         print each instruction with its code offset (stderr)\n"
+    "  --trace         print each instruction with its code offset and operands,\n"
+    "                  string literals as text (stderr)\n"
     "  --stats         print the instruction count and speed (stderr)\n"
     "  --log-stdout    write the machine log to standard output (default: stderr)\n"
     "  --root DIR      guest root directory, the guest's \"/\" (default: the\n"
@@ -181,7 +183,18 @@ void trace_line(const Machine& m) {
             text += buf;
             break;
         }
-        case Operand::String: text += " \"...\""; break;
+        case Operand::String: {
+            // The literal as the machine reads it, up to its terminator (the
+            // secret byte) or the end of the image, cut after 48 bytes.
+            constexpr uint32_t kShown = 48;
+            uint32_t end = pc + 1;
+            while (end < m.code_end && m.code[end] != m.secret && end - pc - 1 <= kShown) ++end;
+            const uint32_t len = end - pc - 1;
+            text += ' ';
+            append_literal(text, m.code + pc + 1, std::min(len, kShown), m.secret);
+            if (len > kShown) text += "...";
+            break;
+        }
         case Operand::Preset:
             std::snprintf(buf, sizeof buf, " 0x%X, (%u bytes)", num(pc + 1, n < 0 ? (m.RamBits > 16 ? 3 : 2) : n),
                           num(pc + 1 + (m.RamBits > 16 ? 3u : 2u), 2));

@@ -28,6 +28,8 @@ void appendf(std::string& out, const char* fmt, auto... args) {
     out += buf;
 }
 
+}  // namespace
+
 void append_literal(std::string& out, const uint8_t* p, size_t n, uint8_t xor_key) {
     out += '"';
     for (size_t k = 0; k < n; ++k) {
@@ -45,6 +47,8 @@ void append_literal(std::string& out, const uint8_t* p, size_t n, uint8_t xor_ke
     }
     out += '"';
 }
+
+namespace {
 
 void append_header(std::string& out, const std::vector<uint8_t>& f) {
     const uint8_t flags = f[8];
