@@ -6,29 +6,11 @@
 #include <cstdio>
 
 #include "frontend/frontend.h"
+#include "tools/common/stop_signal.h"
 
 namespace {
 
 constexpr int kStatusLoad = 126;  // the program could not be loaded
-
-// SIGINT, SIGTERM or SIGHUP, once one has asked tvm2 to end; else 0.
-volatile std::sig_atomic_t g_stop_signal = 0;
-
-extern "C" void on_stop_signal(int sig) { g_stop_signal = sig; }
-
-// The loop sees the flag at its next pass. The handler stays: senders such
-// as timeout(1) may deliver the same signal twice.
-void install_signal_handlers() {
-    struct sigaction sa {};
-    sa.sa_handler = on_stop_signal;
-    sa.sa_flags = 0;
-    sigemptyset(&sa.sa_mask);
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) {
-        // A signal ignored from the start (nohup, a background job) stays ignored.
-        struct sigaction old {};
-        if (sigaction(sig, nullptr, &old) == 0 && old.sa_handler != SIG_IGN) sigaction(sig, &sa, nullptr);
-    }
-}
 
 }  // namespace
 
@@ -43,7 +25,7 @@ int main(int argc, char** argv) {
     if (chdir(root.c_str()) != 0) {
         // Ignored: the guest file system then reports its files as missing.
     }
-    install_signal_handlers();
+    install_stop_signals();
     fe.stop_signal = &g_stop_signal;
     initSDL(fe);
 

@@ -21,6 +21,7 @@
 #include "tools/asm/asm.h"
 #include "tools/common/numbers.h"
 #include "tools/common/outfile.h"
+#include "tools/common/stop_signal.h"
 #include "tools/run/screenshot.h"
 #include "tools/run/key_script.h"
 #include "vm/machine.h"
@@ -39,26 +40,6 @@ constexpr uint64_t kSliceSteps = 1 << 20;
 // Longest sleep between two looks at the signal flag.
 constexpr uint64_t kLongestSleepNs = 100'000'000;
 
-// The signal (SIGINT, SIGTERM, SIGHUP) that asked the run to end, or 0.
-volatile std::sig_atomic_t g_stop_signal = 0;
-
-extern "C" void on_stop_signal(int sig) { g_stop_signal = sig; }
-
-// The signals end the run between two slices (the handler stays: senders
-// such as timeout(1) may deliver the same signal twice). A closed pipe on
-// standard output is a write error.
-void install_signal_handlers() {
-    struct sigaction sa {};
-    sa.sa_handler = on_stop_signal;
-    sa.sa_flags = 0;
-    sigemptyset(&sa.sa_mask);
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) {
-        // A signal ignored from the start (nohup, a background job) stays ignored.
-        struct sigaction old {};
-        if (sigaction(sig, nullptr, &old) == 0 && old.sa_handler != SIG_IGN) sigaction(sig, &sa, nullptr);
-    }
-    std::signal(SIGPIPE, SIG_IGN);
-}
 
 // Sleeps for ns of real time, at most kLongestSleepNs; a signal cuts it short.
 void nap(uint64_t ns) {
@@ -395,7 +376,10 @@ int main(int argc, char** argv) {
     }
     KeyScript script{std::move(events)};
 
-    install_signal_handlers();
+    // The signals end the run between two slices; a closed pipe on standard
+    // output is a write error.
+    install_stop_signals();
+    std::signal(SIGPIPE, SIG_IGN);
     Stdout out;
     Core core;
     core.sinks.console = [&out](std::string_view text) { out.write(text); };
