@@ -2,7 +2,6 @@
 // program, and the loop until the window closes or the program ends.
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 
 #include "frontend/frontend.h"
