@@ -1,6 +1,5 @@
 // File calls on the host side: listings and counts, names the guest cannot
-// see, records, refusals, the verbose switch, and transfers that wrap at the
-// end of guest memory.
+// see, directories, refusals and the verbose switch.
 #include <set>
 
 #include "fs_harness.h"
@@ -37,9 +36,42 @@ TEST(FsFiles, ListingsAndCounts) {
     EXPECT_EQ(lRamRead(m, buf + 80), 0xEE);
     EXPECT_EQ(vm.call(c_findfile, {0, 1, buf}), 1u);
     EXPECT_EQ(vm.call(c_findfile, {2, 10, buf}), 3u);
+    EXPECT_EQ(vm.call(c_findfile, {7, 1, buf}), uint32_t(-2));  // past the end: below 0
     EXPECT_EQ(vm.call(c_getfilenum, {vm.str("/d")}), 4u);
     EXPECT_EQ(vm.call(c_getfilenum, {vm.str(".profile")}), 0xFFFFFFFFu);
     EXPECT_EQ(vm.call(c_filelist, {}), 0xDEADBEEFu);  // pops and pushes nothing
+}
+
+// Making, changing into and removing directories; ".." never climbs out of
+// the root; GB2312 names are UTF-8 on the host; listing a current directory
+// that went away fails.
+TEST(FsFiles, DirectoriesAndNames) {
+    FsVm vm;
+    vm.dir.write("sub/one.txt", "");
+    auto on = [&](void (*fn)(Machine&), const std::string& name) { return vm.call(fn, {vm.str(name)}); };
+    const uint32_t ok = 0xFFFFFFFF;
+    EXPECT_EQ(on(c_makedir, "game"), ok);
+    EXPECT_EQ(on(c_makedir, "game"), 0u);
+    EXPECT_EQ(on(c_makedir, "a/b"), 0u);  // parents are not made
+    EXPECT_EQ(on(c_chdir, "/sub/one.txt"), 0u);
+    EXPECT_EQ(on(c_chdir, "nothing"), 0u);
+    EXPECT_EQ(on(c_chdir, "sub"), ok);
+    EXPECT_EQ(on(c_chdir, ".."), ok);  // and stays in sub
+    EXPECT_EQ(on(c_getfilenum, "."), 1u);
+    vm.call(c_fclose, {vm.open("/../up.dat", "w")});
+    vm.call(c_fclose, {vm.open("\xCE\xC4.txt", "w")});
+    EXPECT_TRUE(stdfs::exists(vm.dir.root / "up.dat"));
+    EXPECT_TRUE(stdfs::exists(vm.dir.root / "sub" / "\xE6\x96\x87.txt"));
+    EXPECT_EQ(on(c_deletefile, "up.dat"), 0u);
+    EXPECT_EQ(on(c_deletefile, "/up.dat"), ok);
+    EXPECT_EQ(on(c_deletefile, "/sub"), 0u);  // not empty
+    EXPECT_EQ(on(c_deletefile, "/game"), ok);
+    EXPECT_EQ(on(c_getfilenum, "/game"), ok);
+    EXPECT_EQ(vm.host.logged, "[IO] getfilenum FAILED: cannot open dir " + vm.dir.root_slash() + "game\n");
+    on(c_makedir, "/gone");
+    on(c_chdir, "/gone");
+    on(c_deletefile, "/gone");
+    EXPECT_EQ(vm.call(c_findfile, {0, 1, 0x4000}), ok);
 }
 
 TEST(FsFiles, OpenRefusalsAndTheVerboseSwitch) {
@@ -50,6 +82,10 @@ TEST(FsFiles, OpenRefusalsAndTheVerboseSwitch) {
     EXPECT_EQ(vm.open("dir", "r"), 0u);
     EXPECT_EQ(vm.host.logged, "[IO] fopen FAILED: " + vm.dir.root_slash() + "dir (mode: rb)\n");
     EXPECT_EQ(vm.open("f.txt", "r,ccs=UTF-8"), 0u);
+    // Names the guest may not use; the root itself is never removed.
+    for (const char* name : {".profile", "a/..b", "c:x", "a\\b"}) EXPECT_EQ(vm.open(name, "w"), 0u) << name;
+    EXPECT_EQ(vm.call(c_makedir, {vm.str(".hidden")}), 0u);
+    EXPECT_EQ(vm.call(c_deletefile, {vm.str("/")}), 0u);
     vm.host.logged.clear();
     m.verbose_mode = 0;
     EXPECT_EQ(vm.open("missing", "r"), 0u);
@@ -57,6 +93,11 @@ TEST(FsFiles, OpenRefusalsAndTheVerboseSwitch) {
     for (int i = 0; i < kMaxFiles; ++i) EXPECT_EQ(vm.open("f.txt", "r"), 0x80u + i);
     EXPECT_EQ(vm.open("f.txt", "r"), 0u);
     EXPECT_EQ(vm.host.logged, "");
+    m.verbose_mode = 1;
+    EXPECT_EQ(vm.open("f.txt", "r"), 0u);
+    EXPECT_EQ(vm.host.logged, "[IO] fopen FAILED: no more file handles (max 16)\n");
+    vm.call(c_fclose, {0x83});
+    EXPECT_EQ(vm.open("f.txt", "r"), 0x83u);  // a freed slot is the next one taken
 }
 
 }  // namespace

@@ -65,7 +65,7 @@ TEST(FsPath, RootsAndHostNames) {
 }
 
 // A directory the guest makes gets ordinary permissions, 0777 less the umask
-// (fs_dirs checks making, changing and refusals end to end).
+// (FsFiles checks making, changing and refusals).
 TEST(FsPath, MadeDirectoriesHaveOrdinaryPermissions) {
     FsVm vm;
     const mode_t mask = umask(022);

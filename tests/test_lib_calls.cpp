@@ -2,7 +2,7 @@
 // text included), unsigned comparison, searches that give guest addresses,
 // the low byte of character arguments, forward copies that repeat a pattern
 // where the areas overlap, moves both ways, fills, counts masked to 16 bits,
-// abs, and the two calls that do nothing; frame decoding; random numbers.
+// abs, and the two calls that do nothing; services; random numbers.
 #include <array>
 #include <optional>
 #include <utility>
@@ -88,9 +88,20 @@ TEST(LibServices, FrameDecodingEdgeCases) {
     for (const auto& k : cases) {
         for (size_t i = 0; i < k.frame.size(); ++i) lRamWrite(*c.m, 0x3000 + static_cast<uint32_t>(i), k.frame[i]);
         for (uint32_t i = 0; i < 300; ++i) lRamWrite(*c.m, dst + i, 'x');
-        c.result(c_system, {k.src, dst, 15});
+        EXPECT_EQ(c.result(c_system, {k.src, dst, 15}), k.src);  // the source, unmasked
         for (int i = 0; i < 14; ++i) EXPECT_EQ(lRamRead(*c.m, dst + probes[i]), k.want[size_t(i)]) << &k - cases << " at " << probes[i];
     }
+}
+
+// The other services' fixed answers and the cells each takes; the touch
+// record is left alone in a 16-bit program.
+TEST(LibServices, FixedAnswersAndStackEffects) {
+    CallVm c;
+    c.str(0x3200, "\x01z");
+    const struct { std::initializer_list<int64_t> args; uint32_t want; } cases[] = {
+        {{4}, 4}, {{7, 8, 9}, 7}, {{99}, 0}, {{0x1234, 1}, 0x1234}, {{1, 2, 3, 12}, 1}, {{0x3200, 0, 32}, 0}};
+    for (const auto& k : cases) EXPECT_EQ(c.result(c_system, k.args), k.want) << *(k.args.end() - 1);
+    EXPECT_EQ(c.read(0x3200), "\x01z");
 }
 
 // The random-number generator: the reset on the virtual clock reads one tick
