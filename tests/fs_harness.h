@@ -79,6 +79,11 @@ struct FsVm {
         EXPECT_EQ(m->eval_top, 4) << "stack effect";
         return lRamRead4(*m, m->eval_stack);
     }
+    std::string read_guest(uint32_t at, uint32_t n) {
+        std::string s;
+        for (uint32_t i = 0; i < n; ++i) s += static_cast<char>(lRamRead(*m, at + i));
+        return s;
+    }
     uint32_t open(const std::string& name, const std::string& mode) {
         return call(c_fopen, {str(name), str(mode)});
     }

@@ -1,5 +1,5 @@
 // File calls on the host side: listings and counts, names the guest cannot
-// see, directories, refusals and the verbose switch.
+// see, directories, reading and writing, refusals and the verbose switch.
 #include <set>
 
 #include "fs_harness.h"
@@ -72,6 +72,59 @@ TEST(FsFiles, DirectoriesAndNames) {
     on(c_chdir, "/gone");
     on(c_deletefile, "/gone");
     EXPECT_EQ(vm.call(c_findfile, {0, 1, 0x4000}), ok);
+}
+
+// Write and read back, putc and getc, seek, tell and end of file, handles
+// that are not open, the update and append modes, a mode the host takes as it
+// is, and data still buffered in an open file.
+TEST(FsFiles, ReadWriteSeekAndModes) {
+    FsVm vm;
+    const uint32_t bad = 0xFFFFFFFF, buf = 0x4000;
+    auto read_all = [&](uint32_t h) { return vm.call(c_fread, {buf, 1, 100, h}) == 6 ? vm.read_guest(buf, 6) : ""; };
+    uint32_t h = vm.open("rw.dat", "w");
+    EXPECT_EQ(vm.call(c_fwrite, {vm.str("hello"), 1, 5, h}), 5u);
+    EXPECT_EQ(vm.call(c_putc, {'!', h}), uint32_t('!'));
+    EXPECT_EQ(vm.call(c_ftell, {h}), 6u);
+    vm.call(c_fclose, {h});
+    h = vm.open("rw.dat", "r");
+    EXPECT_EQ(h, 0x80u);
+    EXPECT_EQ(read_all(h), "hello!");  // a short read sets end of file
+    EXPECT_EQ(vm.call(c_feof, {h}), 1u);
+    vm.call(c_rewind, {h});
+    EXPECT_EQ(vm.call(c_feof, {h}), 0u);
+    EXPECT_EQ(vm.call(c_getc, {h}), uint32_t('h'));
+    EXPECT_EQ(vm.call(c_fseek, {h, uint32_t(-2), 2}), 0u);  // from the end
+    EXPECT_EQ(vm.call(c_getc, {h}), uint32_t('o'));
+    EXPECT_EQ(vm.call(c_fseek, {h, 1, 1}), 0u);  // from here
+    EXPECT_EQ(vm.call(c_getc, {h}), bad);
+    EXPECT_EQ(vm.call(c_feof, {h}), 1u);
+    EXPECT_EQ(vm.call(c_fseek, {h, 0, 3}), bad);
+    EXPECT_EQ(vm.call(c_ftell, {h}), 6u);
+    // Handles that are not open: none, out of range, a closed slot.
+    EXPECT_EQ(vm.call(c_ftell, {0x90}), bad);
+    EXPECT_EQ(vm.call(c_getc, {0}), bad);
+    EXPECT_EQ(vm.call(c_feof, {0x81}), bad);
+    EXPECT_EQ(vm.call(c_fseek, {0x8F, 0, 0}), bad);
+    EXPECT_EQ(vm.call(c_putc, {'x', 0x90}), bad);
+    EXPECT_EQ(vm.call(c_fread, {buf, 1, 4, 0x85}), 0u);
+    vm.call(c_fclose, {h});
+    // Update: read one byte, overwrite the next, read all from the start.
+    h = vm.open("rw.dat", "r+");
+    EXPECT_EQ(vm.call(c_getc, {h}), uint32_t('h'));
+    EXPECT_EQ(vm.call(c_putc, {'X', h}), uint32_t('X'));
+    EXPECT_EQ(vm.call(c_fseek, {h, 0, 0}), 0u);
+    EXPECT_EQ(read_all(h), "hXllo!");
+    vm.call(c_fclose, {h});
+    h = vm.open("rw.dat", "a");
+    vm.call(c_putc, {'?', h});
+    vm.call(c_fclose, {h});
+    EXPECT_EQ(vm.dir.read("rw.dat"), "hXllo!?");
+    EXPECT_EQ(vm.open("rw.dat", "rt"), 0x80u);
+    EXPECT_EQ(vm.open("rw.dat", "q"), 0u);
+    h = vm.open("open.dat", "w");
+    vm.call(c_fwrite, {vm.str("kept"), 1, 4, h});
+    close_all_files(*vm.m);
+    EXPECT_EQ(vm.dir.read("open.dat"), "kept");
 }
 
 TEST(FsFiles, OpenRefusalsAndTheVerboseSwitch) {
