@@ -4,6 +4,9 @@
 // where the areas overlap, moves both ways, fills, counts masked to 16 bits,
 // abs, and the two calls that do nothing; services; random numbers.
 #include <array>
+#include <fstream>
+#include <iterator>
+#include <numeric>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -93,13 +96,37 @@ TEST(LibServices, FrameDecodingEdgeCases) {
     }
 }
 
-// Service 32 leaves the touch record alone in a 16-bit program (svc_stack
-// checks every service in a 24-bit one).
-TEST(LibServices, TouchRecordIsLeftAloneIn16BitPrograms) {
-    CallVm c;
-    c.str(0x3200, "\x01z");
-    EXPECT_EQ(c.result(c_system, {0x3200, 0, 32}), 0u);
-    EXPECT_EQ(c.read(0x3200), "\x01z");
+// Every service's result and stack effect in a 24-bit program, against
+// svc_stack.txt: the service, its result, then the cells left of 9999 101 102
+// 103 (topmost first). Services 31 and 34 read the virtual clock; 32 fills a
+// touch record only when its byte 0 is 1, and never in a 16-bit program.
+TEST(LibServices, EveryServiceResultAndStackEffect) {
+    CallVm c(0x80);
+    c.m->clock.now_ns = 1007812500;
+    std::ifstream in(TVM2_TEST_DATA "/svc_stack.txt");
+    const std::string want{std::istreambuf_iterator<char>(in), {}};
+    std::string got;
+    std::vector<int64_t> services(37);
+    std::iota(services.begin(), services.end(), 0);
+    for (int64_t svc : {99, 260, -1}) services.push_back(svc);
+    for (int64_t svc : services) {
+        for (int64_t a : {int64_t{9999}, int64_t{101}, int64_t{102}, int64_t{103}, svc}) push_cell(*c.m, uint32_t(a));
+        c_system(*c.m);
+        got += "s" + std::to_string(svc) + " =";
+        for (; c.depth() > 0; got += " " + std::to_string(int32_t(c.m->a1))) get_val(*c.m);
+        got += "\n";
+    }
+    for (const uint8_t first : {1, 2}) {
+        c.str(0x3000, std::string(1, char(first)) + std::string(10, 0x55));
+        got += "touch " + std::to_string(int32_t(c.result(c_system, {0x3000, 0, 32}))) + ":";
+        for (uint32_t i = 0; i < 11; ++i) got += " " + std::to_string(lRamRead(*c.m, 0x3000 + i));
+        got += "\n";
+    }
+    EXPECT_EQ(got, want);
+    CallVm narrow;
+    narrow.str(0x3200, "\x01z");
+    EXPECT_EQ(narrow.result(c_system, {0x3200, 0, 32}), 0u);
+    EXPECT_EQ(narrow.read(0x3200), "\x01z");
 }
 
 // The random-number generator: the reset on the virtual clock reads one tick
