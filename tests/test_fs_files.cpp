@@ -1,5 +1,6 @@
 // File calls on the host side: listings and counts, names the guest cannot
-// see, directories, reading and writing, refusals and the verbose switch.
+// see, directories, reading and writing, the disk limit, refusals and the
+// verbose switch.
 #include <set>
 
 #include "fs_harness.h"
@@ -125,6 +126,31 @@ TEST(FsFiles, ReadWriteSeekAndModes) {
     vm.call(c_fwrite, {vm.str("kept"), 1, 4, h});
     close_all_files(*vm.m);
     EXPECT_EQ(vm.dir.read("open.dat"), "kept");
+}
+
+// The disk limit: a new entry counts 4,096 bytes, writes what they add; a
+// write past it is cut short and putc fails, rewriting bytes a file has is
+// free, no entry can be made; truncating and removing give the room back.
+TEST(FsFiles, DiskLimit) {
+    FsVm vm;
+    vm.m->disk_limit = 10000;
+    const uint32_t buf = 0x4000, fail = 0xFFFFFFFF;
+    for (uint32_t i = 0; i < 4000; ++i) lRamWrite(*vm.m, buf + i, 'x');
+    uint32_t h = vm.open("a.dat", "w");
+    EXPECT_EQ(vm.call(c_fwrite, {buf, 1, 4000, h}), 4000u);
+    EXPECT_EQ(vm.call(c_fwrite, {buf, 1, 4000, h}), 1904u);
+    EXPECT_EQ(vm.call(c_putc, {'!', h}), fail);
+    vm.call(c_fseek, {h, 0, 0});
+    EXPECT_EQ(vm.call(c_fwrite, {buf, 1, 4000, h}), 4000u);
+    EXPECT_EQ(vm.open("c.dat", "w"), 0u);
+    EXPECT_EQ(vm.call(c_makedir, {vm.str("d")}), 0u);
+    vm.call(c_fclose, {h});
+    h = vm.open("a.dat", "w");
+    EXPECT_EQ(vm.call(c_fwrite, {buf, 1, 4000, h}), 4000u);
+    vm.call(c_fclose, {h});
+    EXPECT_EQ(vm.call(c_deletefile, {vm.str("a.dat")}), fail);
+    EXPECT_EQ(vm.open("b.dat", "w"), 0x80u);
+    EXPECT_FALSE(stdfs::exists(vm.dir.root / "c.dat") || stdfs::exists(vm.dir.root / "d"));
 }
 
 TEST(FsFiles, OpenRefusalsAndTheVerboseSwitch) {
