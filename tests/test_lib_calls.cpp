@@ -106,20 +106,23 @@ TEST(LibServices, EveryServiceResultAndStackEffect) {
     std::ifstream in(TVM2_TEST_DATA "/svc_stack.txt");
     const std::string want{std::istreambuf_iterator<char>(in), {}};
     std::string got;
+    auto put = [&](const char* text, int64_t v) { got += text, got += std::to_string(v); };
     std::vector<int64_t> services(37);
     std::iota(services.begin(), services.end(), 0);
     for (int64_t svc : {99, 260, -1}) services.push_back(svc);
     for (int64_t svc : services) {
         for (int64_t a : {int64_t{9999}, int64_t{101}, int64_t{102}, int64_t{103}, svc}) push_cell(*c.m, uint32_t(a));
         c_system(*c.m);
-        got += "s" + std::to_string(svc) + " =";
-        for (; c.depth() > 0; got += " " + std::to_string(int32_t(c.m->a1))) get_val(*c.m);
+        put("s", svc);
+        got += " =";
+        for (; c.depth() > 0; put(" ", int32_t(c.m->a1))) get_val(*c.m);
         got += "\n";
     }
     for (const uint8_t first : {1, 2}) {
         c.str(0x3000, std::string(1, char(first)) + std::string(10, 0x55));
-        got += "touch " + std::to_string(int32_t(c.result(c_system, {0x3000, 0, 32}))) + ":";
-        for (uint32_t i = 0; i < 11; ++i) got += " " + std::to_string(lRamRead(*c.m, 0x3000 + i));
+        put("touch ", int32_t(c.result(c_system, {0x3000, 0, 32})));
+        got += ":";
+        for (uint32_t i = 0; i < 11; ++i) put(" ", lRamRead(*c.m, 0x3000 + i));
         got += "\n";
     }
     EXPECT_EQ(got, want);
