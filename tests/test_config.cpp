@@ -7,12 +7,9 @@ using namespace fs_test;
 
 namespace {
 
-// A machine whose host keeps the log and the console text apart.
 struct Cfg : TestHost {
-    std::string out;
     std::unique_ptr<Machine> m = std::make_unique<Machine>();
     Cfg() { m->host = this; }
-    void console_write(std::string_view text) override { out += text; }
     // key_code of button A (index 5) after reading text from the defaults.
     int a_after(const std::string& text) {
         m->key_code[5] = 13;
@@ -33,7 +30,7 @@ TEST(Config, ButtonValues) {
     const std::string lines = "\r\n\n# keys\nB = ENTER\r\nL1\t=\tPAGEDOWN\nQQ = 5\nY = HELP extra words\n";
     read_config_text(*c.m, lines.data(), lines.size());
     EXPECT_EQ(c.logged, "SET KEY B=0xd\nSET KEY L1=0xe\nSET KEY Y=0x19\n");  // to the log, not the console
-    EXPECT_EQ(c.out, "");
+    EXPECT_EQ(c.console, "");
     EXPECT_EQ(c.m->key_code[6], 13);
     EXPECT_EQ(c.m->key_code[9], 14);
 }

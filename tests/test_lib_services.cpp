@@ -1,6 +1,6 @@
-// The maths calls' values, the output conversions, and output calls given
-// text without a terminator anywhere: everything stays inside guest memory
-// and every call ends.
+// The maths calls' values, the output conversions and the console's
+// two-byte rule, and output calls given text without a terminator anywhere:
+// everything stays inside guest memory and every call ends.
 #include <array>
 #include <cstring>
 #include <vector>
@@ -97,6 +97,36 @@ TEST(LibOutput, Conversions) {
     c.str(0x3100, "zzzz");  // always terminated
     c.call(c_sprintf, {0x3100, 0x2F00 + 1, 2});
     EXPECT_EQ(c.read(0x3100, 2), std::string("\0z", 2));
+}
+
+// On the console (verbose: the text goes to the host): a space before a
+// two-byte character that would start in the last column of the cursor's
+// row, a lead byte at the end of a format completed by the next call, sprintf
+// without that rule, putchar of the low byte, a format with no argument.
+TEST(LibOutput, ConsoleTwoByteRule) {
+    CallVm c;
+    c.str(0x2F00, "[\xB0\xA1|%s]\n");
+    c.str(0x2F20, "\xD6\xD0\xCE\xC4");
+    c.str(0x2F30, "[\xB0\xA1]\n");
+    c.str(0x2F40, "\xB0\xA1%s");
+    c.str(0x2F50, "[%s|%d]\n");
+    c.str(0x2F60, "abc\xB0");
+    c.str(0x2F70, "\xA1\nmissing: %d\n%");
+    c.call(c_locate, {0, 19});
+    c.call(c_printf, {0x2F00, 0x2F20, 2});
+    for (int64_t col : {200, 18}) {
+        c.call(c_locate, {0, col});
+        c.call(c_printf, {0x2F30, 1});
+    }
+    c.call(c_sprintf, {0x3000, 0x2F40, 0x2F20 + 2, 3});
+    c.call(c_locate, {0, 19});
+    c.call(c_printf, {0x2F50, 0x3000, 4, 3});
+    c.call(c_locate, {0, 0});
+    c.call(c_printf, {0x2F60, 1});
+    c.call(c_printf, {0x2F70, 1});
+    for (int64_t ch : {0x141, 0xB0, 0xA1, 10}) c.call(c_putchar, {ch});
+    EXPECT_EQ(c.host.console, "[ \u554a| \u4e2d \u6587]\n[ \u554a]\n[\u554a]\n[ \u554a \u6587|4]\n"
+                              "abc\u554a\nmissing: 1\nA\u554a\n");
 }
 
 // Formats without a terminator anywhere in the block: the scan reads the
