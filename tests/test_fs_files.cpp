@@ -116,10 +116,17 @@ TEST(FsFiles, ReadWriteSeekAndModes) {
     EXPECT_EQ(vm.call(c_fseek, {h, 0, 0}), 0u);
     EXPECT_EQ(read_all(h), "hXllo!");
     vm.call(c_fclose, {h});
+    std::string error;  // as a saved state opens it again: at its byte, both ways
+    FILE* f = reopen_file((vm.dir.root_slash() + "rw.dat").c_str(), "r+", 2, false, &error);
+    ASSERT_NE(f, nullptr) << error;
+    EXPECT_EQ(std::fgetc(f), 'l');
+    std::fseek(f, 0, SEEK_CUR);
+    EXPECT_EQ(std::fputc('L', f), 'L');
+    std::fclose(f);
     h = vm.open("rw.dat", "a");
     vm.call(c_putc, {'?', h});
     vm.call(c_fclose, {h});
-    EXPECT_EQ(vm.dir.read("rw.dat"), "hXllo!?");
+    EXPECT_EQ(vm.dir.read("rw.dat"), "hXlLo!?");
     EXPECT_EQ(vm.open("rw.dat", "rt"), 0x80u);
     EXPECT_EQ(vm.open("rw.dat", "q"), 0u);
     h = vm.open("open.dat", "w");
