@@ -1,11 +1,10 @@
 // xshot: captures the window called "Tovix SDL" from the X server as it is
 // shown, writes it as a PNG and checks the colours of chosen pixels.
 //
-//   xshot [--moving 1] OUT.png [X,Y=RRGGBB ...]
+//   xshot OUT.png [X,Y=RRGGBB ...]
 //
 // Waits up to 20 s for a picture that holds something other than black and
-// has stopped changing (with --moving 1, an animated one: the first picture
-// drawn). Colours are compared in their top 5, 6 and 5 bits, as a 16-bit
+// has stopped changing. Colours are compared in their top 5, 6 and 5 bits, as a 16-bit
 // frame carries them. Exit status: 0 all checks hold, 1 a check failed, 2 no
 // display, no such window or nothing drawn in time.
 #include <X11/Xlib.h>
@@ -15,7 +14,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -66,10 +64,8 @@ bool capture(Display* d, Window w, Picture* out) {
 
 int main(int argc, char** argv) {
     int i = 1;
-    bool moving = false;
-    if (argc > 2 && !std::strcmp(argv[1], "--moving")) moving = std::atoi(argv[2]) != 0, i = 3;
-    if (i >= argc) {
-        std::fprintf(stderr, "usage: xshot [--moving 1] OUT.png [X,Y=RRGGBB ...]\n");
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: xshot OUT.png [X,Y=RRGGBB ...]\n");
         return 2;
     }
     const char* out = argv[i++];
@@ -89,7 +85,7 @@ int main(int argc, char** argv) {
         const Window w = find_window(d, DefaultRootWindow(d));
         if (!w || !capture(d, w, &now) || std::all_of(now.rgb.begin(), now.rgb.end(), [](uint8_t c) { return !c; }))
             continue;
-        ok = moving || now == last;  // the same picture twice in a row: it is settled
+        ok = now == last;  // the same picture twice in a row: it is settled
         last = now;
     }
     png_image img{};
