@@ -61,11 +61,13 @@ TEST(Keys, SetGamePadMakesTheLowestNewPressPending) {
     EXPECT_EQ(vm.cell(), 0u);
 }
 
-// c_settime moves the virtual calendar and c_gettime reads it back (year low
-// byte first, the weekday computed, whatever was given), also a second later
-// across a leap day.
+// c_gettime reads the virtual calendar (year low byte first); c_settime moves
+// it (the weekday computed, whatever was given), also a second later across a
+// leap day.
 TEST(Clock, CalendarSetAndReadBack) {
     CallVm c;
+    c.call(c_gettime, {0x3000});  // the virtual calendar starts on Monday, 2024-01-01
+    EXPECT_EQ(c.read(0x3000, 8), std::string("\xE8\x07\x01\x01\x00\x00\x00\x01", 8));
     const struct { const char *set, *got, *later; } cases[] = {
         {"\xEE\x07\x06\x0F\x0C\x22\x38\x03", "\xEE\x07\x06\x0F\x0C\x22\x38\x06", "\xEE\x07\x06\x0F\x0C\x22\x39\x06"},
         {"\xE8\x07\x02\x1D\x17\x3B\x3B\x03", "\xE8\x07\x02\x1D\x17\x3B\x3B\x04", "\xE8\x07\x03\x01\x00\x00\x00\x05"},
