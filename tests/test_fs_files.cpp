@@ -9,12 +9,6 @@ using namespace fs_test;
 
 namespace {
 
-std::string record(Machine& m, uint32_t at) {
-    std::string s;
-    for (uint8_t c; (c = lRamRead(m, at + static_cast<uint32_t>(s.size()))) != 0;) s += static_cast<char>(c);
-    return s;
-}
-
 TEST(FsFiles, ListingsAndCounts) {
     FsVm vm;
     Machine& m = *vm.m;
@@ -29,10 +23,10 @@ TEST(FsFiles, ListingsAndCounts) {
     const uint32_t buf = 0x4000;
     for (uint32_t i = 0; i < 96; ++i) lRamWrite(m, buf + i, 0xEE);
     EXPECT_EQ(vm.call(c_findfile, {0, 10, buf}), 5u);
-    EXPECT_EQ(record(m, buf), "..");
+    EXPECT_EQ(vm.read_guest(buf), "..");
     EXPECT_EQ(lRamRead(m, buf + 3), 0xEE);  // nothing written behind the terminator
     std::set<std::string> names;
-    for (uint32_t i = 1; i < 5; ++i) names.insert(record(m, buf + 16 * i));
+    for (uint32_t i = 1; i < 5; ++i) names.insert(vm.read_guest(buf + 16 * i));
     EXPECT_EQ(names, (std::set<std::string>{"one.txt", "\xD6\xD0.txt", "caf\xE9", "??"}));
     EXPECT_EQ(lRamRead(m, buf + 80), 0xEE);
     EXPECT_EQ(vm.call(c_findfile, {0, 1, buf}), 1u);
@@ -43,15 +37,20 @@ TEST(FsFiles, ListingsAndCounts) {
     EXPECT_EQ(vm.call(c_filelist, {}), 0xDEADBEEFu);  // pops and pushes nothing
 }
 
-// Making, changing into and removing directories; ".." never climbs out of
-// the root; GB2312 names are UTF-8 on the host; listing a current directory
-// that went away fails.
+// Making (0777 less the umask), changing into and removing directories; ".."
+// never climbs out of the root; GB2312 names are UTF-8 on the host; listing
+// a current directory that went away fails.
 TEST(FsFiles, DirectoriesAndNames) {
     FsVm vm;
     vm.dir.write("sub/one.txt", "");
     auto on = [&](void (*fn)(Machine&), const std::string& name) { return vm.call(fn, {vm.str(name)}); };
     const uint32_t ok = 0xFFFFFFFF;
+    const mode_t mask = umask(022);
     EXPECT_EQ(on(c_makedir, "game"), ok);
+    umask(mask);
+    struct stat st;  // ordinary permissions: 0777 less the umask
+    ASSERT_EQ(stat((vm.dir.root / "game").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0755u);
     EXPECT_EQ(on(c_makedir, "game"), 0u);
     EXPECT_EQ(on(c_makedir, "a/b"), 0u);  // parents are not made
     EXPECT_EQ(on(c_chdir, "/sub/one.txt"), 0u);
