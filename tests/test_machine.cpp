@@ -122,27 +122,27 @@ TEST(Reset, ScreenClearedOnModeChangeOrShortHeight) {
 
 TEST(LoaderFiles, RejectsWithTheLoaderMessages) {
     fs_test::TempRoot dir;
-    TestHost host;
+    auto host = std::make_unique<TestHost>();
     auto m = std::make_unique<Machine>();
-    m->host = &host;
+    m->host = host.get();
     auto write = [&](const std::string& name, const std::vector<uint8_t>& bytes) {
         dir.write(name, std::string(bytes.begin(), bytes.end()));
         return (dir.root / name).string();
     };
     const std::string missing = (dir.root / "none.tvx").string();
     EXPECT_EQ(TaskOpenUtf8(*m, missing), nullptr);
-    EXPECT_EQ(host.logged, "Can not open " + missing + "!\n");
+    EXPECT_EQ(host->logged, "Can not open " + missing + "!\n");
     m->tvxFilePath = missing;
     EXPECT_FALSE(vm_start(*m));
-    EXPECT_NE(host.logged.find("Error: Failed to load Tovix program, exiting.\n"), std::string::npos);
+    EXPECT_NE(host->logged.find("Error: Failed to load Tovix program, exiting.\n"), std::string::npos);
 
     auto bad_version = tvx_header();
     bad_version[3] = 0x11;
     for (const auto& bytes : {std::vector<uint8_t>{'T', 'V', 'X', 0x12, 0, 0}, bad_version, std::vector<uint8_t>(16, 0)}) {
-        host.logged.clear();
+        host->logged.clear();
         const std::string p = write("bad.tvx", bytes);
         EXPECT_EQ(TaskOpenUtf8(*m, p), nullptr);
-        EXPECT_EQ(host.logged, "Not valid Tovix file " + p + "!\n");
+        EXPECT_EQ(host->logged, "Not valid Tovix file " + p + "!\n");
     }
     // Code offsets are 24-bit: a larger file is refused before it is read.
     const std::string big = write("big.tvx", tvx_header());
