@@ -23,12 +23,10 @@ opcodes() {
 rows() { sed -n 's/^| \(0x[0-9A-F][0-9A-F]\) | `\([A-Za-z_0-9]*\)` | \([^|]*\) |.*/\1 \2 \3/p' "$1" | sed 's/ *$//'; }
 
 [ "$(opcodes | wc -l)" -eq 204 ] || complain "expected 117 instructions and 87 system calls in $list"
-diff <(opcodes | awk '$1 < "0x80"') <(rows "$top/docs/format.md") >/dev/null ||
-  { complain "docs/format.md: instruction table differs from $list (< list, > document):"
-    diff <(opcodes | awk '$1 < "0x80"') <(rows "$top/docs/format.md"); }
-diff <(opcodes | awk '$1 >= "0x80" { print $1, $2 }') <(rows "$top/docs/syscalls.md" | cut -d' ' -f1,2 | sort) >/dev/null ||
-  { complain "docs/syscalls.md: system-call rows differ from $list (< list, > document):"
-    diff <(opcodes | awk '$1 >= "0x80" { print $1, $2 }') <(rows "$top/docs/syscalls.md" | cut -d' ' -f1,2 | sort); }
+d=$(diff <(opcodes | awk '$1 < "0x80"') <(rows "$top/docs/format.md")) ||
+  complain "docs/format.md: instruction table differs from $list (< list, > document):"$'\n'"$d"
+d=$(diff <(opcodes | awk '$1 >= "0x80" { print $1, $2 }') <(rows "$top/docs/syscalls.md" | cut -d' ' -f1,2 | sort)) ||
+  complain "docs/syscalls.md: system-call rows differ from $list (< list, > document):"$'\n'"$d"
 
 # Quoted code: each marked block must be a run of consecutive lines of its file.
 tmp=$(mktemp -d)

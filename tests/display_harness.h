@@ -5,8 +5,17 @@
 #include <set>
 #include <utility>
 
+#include "display/font.h"
 #include "lib/syscalls.h"
 #include "vm_harness.h"
+
+// A font of the embedded table: where its glyphs start, their size.
+struct Font {
+    uint32_t base;
+    int w, h;
+};
+constexpr Font kSmall{kFontAscii12, 6, 12}, kLarge{kFontAscii16, 8, 16};
+constexpr Font kGb12{kFontGb12, 12, 12}, kGb16{kFontGb16, 16, 16};
 
 // Header flag byte for graphics mode 1, 4 or 8.
 inline uint8_t mode_flags(int mode) { return mode == 4 ? 0x40 : mode == 8 ? 0x60 : 0x00; }

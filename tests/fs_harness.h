@@ -79,6 +79,12 @@ struct FsVm {
         EXPECT_EQ(m->eval_top, 4) << "stack effect";
         return lRamRead4(*m, m->eval_stack);
     }
+    // The string at guest address `at`, or its first n bytes.
+    std::string read_guest(uint32_t at, uint32_t n = 0) {
+        std::string s;
+        for (uint32_t i = 0; n ? i < n : lRamRead(*m, at + i) != 0; ++i) s += static_cast<char>(lRamRead(*m, at + i));
+        return s;
+    }
     uint32_t open(const std::string& name, const std::string& mode) {
         return call(c_fopen, {str(name), str(mode)});
     }

@@ -40,38 +40,27 @@ TEST(AsmEncoding, OperandKindsIn24And32BitPrograms) {
     EXPECT_EQ(code_of(".tvx flags=0x90\npush_vchar 1\n"), (Bytes{0x04, 0x01, 0x00, 0x00}));
 }
 
-TEST(AsmEncoding, StringLiteralsFollowTheSecret) {
-    EXPECT_EQ(code_of("c_secret 0x5A\npush_string \"He\"\n"), (Bytes{0x43, 0x5A, 0x0D, 0x12, 0x3F, 0x5A}));
-    // Before any c_secret the key is 0; the key may be a forward-defined constant.
-    EXPECT_EQ(code_of("push_string \"a\\n\\x01\"\nc_secret KEY\npush_string \"\"\n.equ KEY, 0x21\n"),
-              (Bytes{0x0D, 'a', '\n', 0x01, 0x00, 0x43, 0x21, 0x0D, 0x21}));
-    // .byte and c_preset data are never keyed.
-    EXPECT_EQ(code_of("c_secret 7\n.byte \"A\", 'B', -1\n"), (Bytes{0x43, 7, 'A', 'B', 0xFF}));
-    EXPECT_EQ(code_of("c_secret 7\nc_preset 0x2000, \"\\\"\\\\\\0\", 9\nc_preset 0x10\n"),
-              (Bytes{0x43, 7, 0x41, 0x00, 0x20, 4, 0, '"', '\\', 0, 9, 0x41, 0x10, 0x00, 0, 0}));
-}
-
-TEST(AsmEncoding, NumberAndLiteralForms) {
-    EXPECT_EQ(code_of("push_char '\\x41'\r\n\tpush_char '\\\\' ; tab, CRLF\r\npush_char ';' ; quoted ; is no comment\n"
-                      "push_int -0x8000\npush_long 0XFFFFFFFF\npush_long -2147483648\n"
-                      ".byte \"\\t\\r\\\";\", 0x7f, '\\''\n"),
-              (Bytes{0x01, 0x41, 0x01, 0x5C, 0x01, ';', 0x02, 0x00, 0x80, 0x03, 0xFF, 0xFF, 0xFF, 0xFF, 0x03, 0x00,
-                     0x00, 0x00, 0x80, 0x09, 0x0D, '"', ';', 0x7F, '\''}));
-}
-
-TEST(AsmEncoding, LabelsAndConstants) {
-    const Bytes b = code_of(
-        ".equ BASE, 0x2000\n"
-        "start: c_jmp end      ; forward\n"
-        "loop:\n"
-        "  push_vint BASE+2\n"
-        "  c_jmpn loop         ; backward\n"
-        "end: c_call start\n"
-        ".equ SIZE, end - start\n"
-        "  push_int SIZE\n");
-    const Bytes e = {0x3B, 0x1B, 0x00, 0x00, 0x05, 0x02, 0x20, 0x3A, 0x14, 0x00, 0x00,
-                     0x3D, 0x10, 0x00, 0x00, 0x02, 11, 0};
-    EXPECT_EQ(b, e);
+// Sources and the code bytes they give: string literals keyed by the secret
+// (0 before any c_secret, which may name a constant defined later; .byte and
+// c_preset data are never keyed), number and literal forms, labels and
+// constants.
+TEST(AsmEncoding, LiteralsLabelsAndConstants) {
+    const struct { std::string src; Bytes want; } cases[] = {
+        {"c_secret 0x5A\npush_string \"He\"\n", {0x43, 0x5A, 0x0D, 0x12, 0x3F, 0x5A}},
+        {"push_string \"a\\n\\x01\"\nc_secret KEY\npush_string \"\"\n.equ KEY, 0x21\n",
+         {0x0D, 'a', '\n', 0x01, 0x00, 0x43, 0x21, 0x0D, 0x21}},
+        {"c_secret 7\n.byte \"A\", 'B', -1\n", {0x43, 7, 'A', 'B', 0xFF}},
+        {"c_secret 7\nc_preset 0x2000, \"\\\"\\\\\\0\", 9\nc_preset 0x10\n",
+         {0x43, 7, 0x41, 0x00, 0x20, 4, 0, '"', '\\', 0, 9, 0x41, 0x10, 0x00, 0, 0}},
+        {"push_char '\\x41'\r\n\tpush_char '\\\\' ; tab, CRLF\r\npush_char ';' ; quoted ; is no comment\n"
+         "push_int -0x8000\npush_long 0XFFFFFFFF\npush_long -2147483648\n.byte \"\\t\\r\\\";\", 0x7f, '\\''\n",
+         {0x01, 0x41, 0x01, 0x5C, 0x01, ';', 0x02, 0x00, 0x80, 0x03, 0xFF, 0xFF, 0xFF, 0xFF, 0x03, 0x00,
+          0x00, 0x00, 0x80, 0x09, 0x0D, '"', ';', 0x7F, '\''}},
+        {".equ BASE, 0x2000\nstart: c_jmp end      ; forward\nloop:\n  push_vint BASE+2\n  c_jmpn loop ; backward\n"
+         "end: c_call start\n.equ SIZE, end - start\n  push_int SIZE\n",
+         {0x3B, 0x1B, 0x00, 0x00, 0x05, 0x02, 0x20, 0x3A, 0x14, 0x00, 0x00, 0x3D, 0x10, 0x00, 0x00, 0x02, 11, 0}},
+    };
+    for (const auto& k : cases) EXPECT_EQ(code_of(k.src), k.want) << k.src;
 }
 
 TEST(AsmHeader, Fields) {

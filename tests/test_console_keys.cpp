@@ -1,6 +1,6 @@
 // The console grid with verbose mode off, the choice of the pending key and
-// the runner's key scripts; the keys_clock programs check the key and clock
-// calls end to end.
+// the calendar, the runner's key scripts; the keys_clock programs check the
+// key and clock calls end to end.
 #include "lib/syscalls.h"
 #include "tools/run/key_script.h"
 #include "vm_harness.h"
@@ -59,6 +59,28 @@ TEST(Keys, SetGamePadMakesTheLowestNewPressPending) {
     push_cell(*vm.m, 128);  // no such key
     c_checkkey(*vm.m);
     EXPECT_EQ(vm.cell(), 0u);
+}
+
+// c_gettime reads the virtual calendar (year low byte first); c_settime moves
+// it (the weekday computed, whatever was given), also a second later across a
+// leap day.
+TEST(Clock, CalendarSetAndReadBack) {
+    CallVm c;
+    c.call(c_gettime, {0x3000});  // the virtual calendar starts on Monday, 2024-01-01
+    EXPECT_EQ(c.read(0x3000, 8), std::string("\xE8\x07\x01\x01\x00\x00\x00\x01", 8));
+    const struct { const char *set, *got, *later; } cases[] = {
+        {"\xEE\x07\x06\x0F\x0C\x22\x38\x03", "\xEE\x07\x06\x0F\x0C\x22\x38\x06", "\xEE\x07\x06\x0F\x0C\x22\x39\x06"},
+        {"\xE8\x07\x02\x1D\x17\x3B\x3B\x03", "\xE8\x07\x02\x1D\x17\x3B\x3B\x04", "\xE8\x07\x03\x01\x00\x00\x00\x05"},
+    };
+    for (const auto& k : cases) {
+        for (uint32_t i = 0; i < 8; ++i) lRamWrite(*c.m, 0x3000 + i, uint8_t(k.set[i]));
+        c.call(c_settime, {0x3000});
+        c.call(c_gettime, {0x3000});
+        EXPECT_EQ(c.read(0x3000, 8), std::string(k.got, 8));
+        c.m->clock.now_ns += 1000000000;
+        c.call(c_gettime, {0x3000});
+        EXPECT_EQ(c.read(0x3000, 8), std::string(k.later, 8));
+    }
 }
 
 TEST(RunHost, KeyScriptsParseAndReject) {

@@ -95,7 +95,8 @@ TEST(WriteBlock, DrawModesInEveryGraphicsMode) {
     }
 }
 
-TEST(GetBlock, RowWidthsAreRoundedToWholeBytes) {
+// Row widths rounded to whole bytes, negative y, areas past the store.
+TEST(GetBlock, RowWidthsOffsetsAndAreasPastTheStore) {
     ScreenVm s(1);
     for (int x = 0; x < 16; ++x) s.vis(x, 0) = (x % 3 == 0) ? 1 : 0;  // 1001001001001001
     s.vis(2, 1) = 255;                                                 // any non-zero value is ink
@@ -120,10 +121,8 @@ TEST(GetBlock, RowWidthsAreRoundedToWholeBytes) {
     c.call(c_getblock, {0, 0, 12, 1, 0x40, kBmp});
     EXPECT_EQ(c.peek(kBmp + 3), 9);
     EXPECT_EQ(c.peek(kBmp + 12), 0xEE);
-}
 
-TEST(GetBlock, NegativeYSkipsDestinationRows) {
-    ScreenVm c(8);
+    // A negative y skips destination rows.
     c.vis(0, 0) = 5;
     c.vis(0, 1) = 6;
     c.poke(kBmp, {0xEE, 0xEE, 0xEE, 0xEE});
@@ -137,21 +136,18 @@ TEST(GetBlock, NegativeYSkipsDestinationRows) {
     c_getblock(*c.m);
     EXPECT_EQ(c.depth(), 1);
     EXPECT_EQ(c.peek(kBmp + 0x100), 0);
-}
 
-TEST(GetBlock, AreasPastTheStoreReadAsZeroAndStayInGuestMemory) {
-    ScreenVm c(8, 20, 15);  // 320 x 240
-    ASSERT_EQ(c.m->ScreenHeight, 240);
-    std::memset(c.m->ScreenBuffer, 3, sizeof c.m->ScreenBuffer);
-    c.poke(kBmp, {0xEE});
-    // Buffer plane, last row, 640 bytes a row: the second half and row 2 lie past the store.
-    c.call(c_getblock, {0, 239, 640, 2, 0x00, kBmp});
-    EXPECT_EQ(c.peek(kBmp + 319), 3);
-    EXPECT_EQ(c.peek(kBmp + 320), 0);
-    EXPECT_EQ(c.peek(kBmp + 1279), 0);
+    // On a 320 x 240 screen, buffer plane, last row, 640 bytes a row: the
+    // second half and row 2 lie past the store and read as zero.
+    ScreenVm w(8, 20, 15);
+    std::memset(w.m->ScreenBuffer, 3, sizeof w.m->ScreenBuffer);
+    w.call(c_getblock, {0, 239, 640, 2, 0x00, kBmp});
+    EXPECT_EQ(w.peek(kBmp + 319), 3);
+    EXPECT_EQ(w.peek(kBmp + 320), 0);
+    EXPECT_EQ(w.peek(kBmp + 1279), 0);
     // The largest area at the end of guest memory: writes wrap in the block.
-    c.call(c_getblock, {0, 200, 65535, 3, 0x40, 0xFFFF});
-    EXPECT_EQ(lRamRead(*c.m, 0xFFFF), 3);
+    w.call(c_getblock, {0, 200, 65535, 3, 0x40, 0xFFFF});
+    EXPECT_EQ(lRamRead(*w.m, 0xFFFF), 3);
 }
 
 // Buffer plane holding p(x, y) = x + 3y + 1 over a 160 x 80 screen.

@@ -64,7 +64,7 @@ TEST(ScreenModes, SetGraphModeAnswersPresentsFirstAndClearsTheVisibleScreen) {
     EXPECT_EQ(m.bgcolor, 0);
 }
 
-TEST(Palette, ModeChangesSetTheirEntriesAndLeaveTheRest) {
+TEST(Palette, ModeChangesAndSetPalette) {
     Scr s(kMono);
     using C = std::array<int, 3>;
     s.result(c_setgraphmode, {8});
@@ -89,11 +89,10 @@ TEST(Palette, ModeChangesSetTheirEntriesAndLeaveTheRest) {
     SetPalette(*s.m);
     EXPECT_EQ(rgb(*s.m, 0), (C{255, 255, 255}));
     EXPECT_EQ(rgb(*s.m, 2), (C{86, 96, 86}));  // always half the green-grey paper
-}
 
-TEST(Palette, SetPaletteTakesRedFirstRecordsAndCutsAt255) {
-    Scr s(kColour);
+    // c_setpalette takes red-first records and stops at entry 255.
     Machine& m = *s.m;
+    m.GRAY = 0, s.result(c_setgraphmode, {8});
     for (uint32_t k = 0; k < 20; ++k) lRamWrite4(m, 0x3000 + 4 * k, k | (100 + k) << 8 | (200 + k) << 16 | 0x99u << 24);
     const auto before = rgb(*s.m, 249);
     EXPECT_EQ(s.result(c_setpalette, {250, 20, 0x13000}), 6u);  // address reduced to 16 bits
@@ -108,7 +107,7 @@ TEST(Palette, SetPaletteTakesRedFirstRecordsAndCutsAt255) {
     EXPECT_EQ(s.result(c_setpalette, {255, 0x7FFF, 0xFFFF}), 1u);  // record wraps round the block
 }
 
-TEST(Screen, FadeRaisesTheBufferToAFloorOnTheVisiblePlane) {
+TEST(Screen, FadeClearAndScroll) {
     Scr s(kGrey);
     Machine& m = *s.m;
     for (int i = 0; i < kPlaneSize; ++i) {
@@ -131,11 +130,10 @@ TEST(Screen, FadeRaisesTheBufferToAFloorOnTheVisiblePlane) {
     s.call(c_fade, {0});  // mono: nothing
     EXPECT_TRUE(s.differ(kVisible, 3).empty());
     EXPECT_FALSE(s.refreshed());
-}
 
-TEST(Screen, ClearScreenFillsTheBufferAndScrollShowsIt) {
-    Scr s(kColour);
-    Machine& m = *s.m;
+    // c_clearscreen fills the buffer plane; scroll_to_lcd shows it.
+    s.result(c_setgraphmode, {8});
+    s.refreshed();
     s.clear(9);
     s.call(c_setbgcolor, {0x105});
     s.call(c_clearscreen, {});

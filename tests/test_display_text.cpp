@@ -2,20 +2,12 @@
 // rows a console repaint leaves alone.
 #include <vector>
 
-#include "display/font.h"
 #include "display/text.h"
 #include "display_harness.h"
 
 namespace {
 
 constexpr uint32_t kStr = 0x3000;
-
-struct Font {
-    uint32_t base;
-    int w, h;
-};
-constexpr Font kSmall{kFontAscii12, 6, 12}, kLarge{kFontAscii16, 8, 16};
-constexpr Font kGb12{kFontGb12, 12, 12}, kGb16{kFontGb16, 16, 16};
 
 // Ink at pixel (c, r) of glyph `index`, straight from the table.
 bool font_ink(const Font& f, uint32_t index, int c, int r) {

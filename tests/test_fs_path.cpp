@@ -64,18 +64,6 @@ TEST(FsPath, RootsAndHostNames) {
     EXPECT_STREQ(f.RootPath, "TovixOS/PROGRAM/game/");
 }
 
-// A directory the guest makes gets ordinary permissions, 0777 less the umask
-// (fs_dirs checks making, changing and refusals end to end).
-TEST(FsPath, MadeDirectoriesHaveOrdinaryPermissions) {
-    FsVm vm;
-    const mode_t mask = umask(022);
-    EXPECT_EQ(my_mkdir(*vm.m, "made"), 0);
-    umask(mask);
-    struct stat st;
-    ASSERT_EQ(stat((vm.dir.root / "made").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 07777, 0755u);
-}
-
 // Every two-byte GB code converts to a character outside ASCII (or the
 // placeholder "?"), so no byte pair can turn into ".", "/", "\\" or ":" on
 // the host and undo the checks made on the GB2312 form.

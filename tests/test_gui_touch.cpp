@@ -25,7 +25,7 @@ struct Touch : ::testing::Test {
 
 }  // namespace
 
-TEST_F(Touch, LayoutOfA640x480Window) {
+TEST_F(Touch, LayoutOfA640x480WindowAndOthers) {
     EXPECT_EQ(t.u, 26);
     EXPECT_EQ(t.line_width, 2);
     EXPECT_EQ(get_button_key(t, 588, 240), 0x001);
@@ -52,6 +52,15 @@ TEST_F(Touch, LayoutOfA640x480Window) {
     EXPECT_TRUE(gui_init(t, 100, 100));
     EXPECT_EQ(t.width, 640);
     EXPECT_EQ(t.u, 26);
+    // Tiny windows stay inside the overlay; sizes out of range are refused.
+    for (const auto& [w, h] : {std::pair{1, 1}, {10, 20}, {35, 17}, {3000, 40}}) {
+        TouchButtons tiny;
+        ASSERT_TRUE(gui_init(tiny, w, h));
+        EXPECT_EQ(tiny.pixels.size(), size_t(w) * size_t(h));
+    }
+    TouchButtons bad;
+    EXPECT_FALSE(gui_init(bad, 0, 480));
+    EXPECT_FALSE(gui_init(bad, 640, 100000));
 }
 
 TEST_F(Touch, FingersPressAndReleaseTheirOwnButton) {
@@ -94,15 +103,4 @@ TEST_F(Touch, CheckFingerDrivesTheButtonWordAndTheExitChord) {
     GetTouch(rec);
     EXPECT_EQ(rec.cmd, 7);
     EXPECT_EQ(rec.pushed + rec.rawX + rec.rawY + rec.x + rec.y, 0);
-}
-
-TEST(TouchLayout, TinyWindowsStayInsideTheOverlay) {
-    for (const auto& [w, h] : {std::pair{1, 1}, {10, 20}, {35, 17}, {3000, 40}}) {
-        TouchButtons t;
-        ASSERT_TRUE(gui_init(t, w, h));
-        EXPECT_EQ(t.pixels.size(), size_t(w) * size_t(h));
-    }
-    TouchButtons bad;
-    EXPECT_FALSE(gui_init(bad, 0, 480));
-    EXPECT_FALSE(gui_init(bad, 640, 100000));
 }

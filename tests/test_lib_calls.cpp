@@ -2,8 +2,11 @@
 // text included), unsigned comparison, searches that give guest addresses,
 // the low byte of character arguments, forward copies that repeat a pattern
 // where the areas overlap, moves both ways, fills, counts masked to 16 bits,
-// abs, and the two calls that do nothing; frame decoding; random numbers.
+// abs, and the two calls that do nothing; services; random numbers.
 #include <array>
+#include <fstream>
+#include <iterator>
+#include <numeric>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -88,9 +91,45 @@ TEST(LibServices, FrameDecodingEdgeCases) {
     for (const auto& k : cases) {
         for (size_t i = 0; i < k.frame.size(); ++i) lRamWrite(*c.m, 0x3000 + static_cast<uint32_t>(i), k.frame[i]);
         for (uint32_t i = 0; i < 300; ++i) lRamWrite(*c.m, dst + i, 'x');
-        c.result(c_system, {k.src, dst, 15});
+        EXPECT_EQ(c.result(c_system, {k.src, dst, 15}), k.src);  // the source, unmasked
         for (int i = 0; i < 14; ++i) EXPECT_EQ(lRamRead(*c.m, dst + probes[i]), k.want[size_t(i)]) << &k - cases << " at " << probes[i];
     }
+}
+
+// Every service's result and stack effect in a 24-bit program, against
+// svc_stack.txt: the service, its result, then the cells left of 9999 101 102
+// 103 (topmost first). Services 31 and 34 read the virtual clock; 32 fills a
+// touch record only when its byte 0 is 1, and never in a 16-bit program.
+TEST(LibServices, EveryServiceResultAndStackEffect) {
+    CallVm c(0x80);
+    c.m->clock.now_ns = 1007812500;
+    std::ifstream in(TVM2_TEST_DATA "/svc_stack.txt");
+    const std::string want{std::istreambuf_iterator<char>(in), {}};
+    std::string got;
+    auto put = [&](const char* text, int64_t v) { got += text, got += std::to_string(v); };
+    std::vector<int64_t> services(37);
+    std::iota(services.begin(), services.end(), 0);
+    for (int64_t svc : {99, 260, -1}) services.push_back(svc);
+    for (int64_t svc : services) {
+        for (int64_t a : {int64_t{9999}, int64_t{101}, int64_t{102}, int64_t{103}, svc}) push_cell(*c.m, uint32_t(a));
+        c_system(*c.m);
+        put("s", svc);
+        got += " =";
+        for (; c.depth() > 0; put(" ", int32_t(c.m->a1))) get_val(*c.m);
+        got += "\n";
+    }
+    for (const uint8_t first : {1, 2}) {
+        c.str(0x3000, std::string(1, char(first)) + std::string(10, 0x55));
+        put("touch ", int32_t(c.result(c_system, {0x3000, 0, 32})));
+        got += ":";
+        for (uint32_t i = 0; i < 11; ++i) put(" ", lRamRead(*c.m, 0x3000 + i));
+        got += "\n";
+    }
+    EXPECT_EQ(got, want);
+    CallVm narrow;
+    narrow.str(0x3200, "\x01z");
+    EXPECT_EQ(narrow.result(c_system, {0x3200, 0, 32}), 0u);
+    EXPECT_EQ(narrow.read(0x3200), "\x01z");
 }
 
 // The random-number generator: the reset on the virtual clock reads one tick

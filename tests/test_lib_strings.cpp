@@ -1,5 +1,6 @@
 // String and memory calls given hostile pointers and counts, which must
-// stay inside guest memory.
+// stay inside guest memory; character classes.
+#include <fstream>
 #include <string>
 
 #include "lib/syscalls.h"
@@ -69,6 +70,27 @@ TEST(LibStrings, WildPointersAndHugeCountsStayInGuestMemory) {
     c.call(c_memcpy, {0xFFFF00, 0x400, 0xFFFFFF});
     c.call(c_memcpy, {0x401, 0x400, 0xFFFFFF});
     c.call(c_memset, {0x12345, 0, 0x3000});
+}
+
+// Classes and case of every byte against ctype_table.txt: BYTE:CLASSES:
+// TOUPPER:TOLOWER, CLASSES the sum of 1 isalnum, 2 isalpha, 4 iscntrl,
+// 8 isdigit, 16 isgraph, 32 islower, 64 isprint, 128 ispunct, 256 isspace,
+// 512 isupper, 1024 isxdigit. Only the low byte of an argument counts.
+TEST(LibCtype, ClassesAndCaseOfEveryByte) {
+    void (*const classes[])(Machine&) = {c_isalnum, c_isalpha, c_iscntrl, c_isdigit, c_isgraph, c_islower,
+                                         c_isprint, c_ispunct, c_isspace, c_isupper, c_isxdigit};
+    std::ifstream in(TVM2_TEST_DATA "/ctype_table.txt");
+    std::string want, got;
+    for (std::string w; in >> w;) want += w + " ";
+    CallVm c;
+    for (uint32_t b = 0; b < 256; ++b) {
+        const int64_t arg = 0x12345600 | b;
+        uint32_t sum = 0;
+        for (uint32_t i = 0; i < std::size(classes); ++i) sum += c.result(classes[i], {arg}) & (1u << i);
+        got += std::to_string(b) + ":" + std::to_string(sum) + ":" + std::to_string(c.result(c_toupper, {arg})) + ":" +
+               std::to_string(c.result(c_tolower, {arg})) + " ";
+    }
+    EXPECT_EQ(got, want);
 }
 
 }  // namespace

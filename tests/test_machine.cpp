@@ -1,9 +1,7 @@
 // Guest memory, the evaluation stack, loading and reset.
-#include <filesystem>
-#include <fstream>
 #include <utility>
 
-#include "vm_harness.h"
+#include "fs_harness.h"
 
 namespace {
 
@@ -122,41 +120,29 @@ TEST(Reset, ScreenClearedOnModeChangeOrShortHeight) {
     EXPECT_EQ(low.m->ScreenBuffer[5], 255);
 }
 
-class LoaderFiles : public ::testing::Test {
-protected:
-    std::filesystem::path dir = std::filesystem::temp_directory_path() /
-                                ("tvm2-loader-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-                                 "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    TestHost host;
-    std::unique_ptr<Machine> m = std::make_unique<Machine>();
-    void SetUp() override {
-        std::filesystem::create_directories(dir);
-        m->host = &host;
-    }
-    void TearDown() override { std::filesystem::remove_all(dir); }
-    std::string write(const std::string& name, const std::vector<uint8_t>& bytes) {
-        const auto p = dir / name;
-        std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                 static_cast<std::streamsize>(bytes.size()));
-        return p.string();
-    }
-};
-
-TEST_F(LoaderFiles, RejectsWithTheLoaderMessages) {
-    const std::string missing = (dir / "none.tvx").string();
+TEST(LoaderFiles, RejectsWithTheLoaderMessages) {
+    fs_test::TempRoot dir;
+    auto host = std::make_unique<TestHost>();
+    auto m = std::make_unique<Machine>();
+    m->host = host.get();
+    auto write = [&](const std::string& name, const std::vector<uint8_t>& bytes) {
+        dir.write(name, std::string(bytes.begin(), bytes.end()));
+        return (dir.root / name).string();
+    };
+    const std::string missing = (dir.root / "none.tvx").string();
     EXPECT_EQ(TaskOpenUtf8(*m, missing), nullptr);
-    EXPECT_EQ(host.logged, "Can not open " + missing + "!\n");
+    EXPECT_EQ(host->logged, "Can not open " + missing + "!\n");
     m->tvxFilePath = missing;
     EXPECT_FALSE(vm_start(*m));
-    EXPECT_NE(host.logged.find("Error: Failed to load Tovix program, exiting.\n"), std::string::npos);
+    EXPECT_NE(host->logged.find("Error: Failed to load Tovix program, exiting.\n"), std::string::npos);
 
     auto bad_version = tvx_header();
     bad_version[3] = 0x11;
     for (const auto& bytes : {std::vector<uint8_t>{'T', 'V', 'X', 0x12, 0, 0}, bad_version, std::vector<uint8_t>(16, 0)}) {
-        host.logged.clear();
+        host->logged.clear();
         const std::string p = write("bad.tvx", bytes);
         EXPECT_EQ(TaskOpenUtf8(*m, p), nullptr);
-        EXPECT_EQ(host.logged, "Not valid Tovix file " + p + "!\n");
+        EXPECT_EQ(host->logged, "Not valid Tovix file " + p + "!\n");
     }
     // Code offsets are 24-bit: a larger file is refused before it is read.
     const std::string big = write("big.tvx", tvx_header());

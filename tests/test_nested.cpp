@@ -1,21 +1,14 @@
-// Nested programs seen from inside the machine: the child's root, key codes,
-// RAM and screen, and the parent's screen, palette and keys that come back
-// when it ends (the nest_* programs check directories, files, the command
-// line and the string key end to end).
-#include <unistd.h>
-
-#include "fs/config.h"
+// Nested program starts that are refused (the nest_* programs check
+// directories, files, the command line and the string key end to end).
 #include "fs_harness.h"
 
 using namespace fs_test;
 
 namespace {
 
-// Copies `text` and a terminator to guest address `at` as program data.
-Code& preset(Code& c, uint32_t at, const std::string& text, bool wide) {
-    c.op("c_preset");
-    wide ? c.u24(at) : c.u16(at);
-    c.u16(static_cast<uint32_t>(text.size() + 1));
+// Copies `text` and a terminator to guest address `at` of a 24-bit program.
+Code& preset(Code& c, uint32_t at, const std::string& text) {
+    c.op("c_preset").u24(at).u16(static_cast<uint32_t>(text.size() + 1));
     for (char ch : text) c.u8(static_cast<uint8_t>(ch));
     return c.u8(0);
 }
@@ -35,9 +28,9 @@ TEST(Nested, RefusedStartsChangeNothing) {
     std::ofstream(dir.top / "TovixOS/bad.tvx") << "not a program";
     Code parent;
     parent.op("set_sp").u24(0x4000);
-    preset(parent, 0x3000, "/bad.tvx", true);
-    preset(parent, 0x3010, "/none.tvx", true);
-    preset(parent, 0x3020, ".x", true);
+    preset(parent, 0x3000, "/bad.tvx");
+    preset(parent, 0x3010, "/none.tvx");
+    preset(parent, 0x3020, ".x");
     for (uint32_t at : {0x3000, 0x3010, 0x3020}) parent.op("push_int").u16(at).op("push_int").u16(at).op("push_char").u8(0).op("c_exec");
     parent.op("push_char").u8(0).op("c_exit");
     Vm vm(parent, 0x80);

@@ -12,11 +12,12 @@
 #include "vm/loader.h"
 #include "base/opcodes.h"
 
-// A host that records the log. The machine runs on its virtual clock.
+// A host that records the log and the console text. The machine runs on its
+// virtual clock.
 struct TestHost : Host {
-    std::string logged;
+    std::string logged, console;
     void log(std::string_view text) override { logged += text; }
-    void console_write(std::string_view) override {}
+    void console_write(std::string_view text) override { console += text; }
 };
 
 // Bytecode builder: ops by mnemonic, operands little-endian.

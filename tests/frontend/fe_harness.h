@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 #include "frontend/frontend.h"
@@ -38,9 +38,7 @@ inline void write_file(const fs::path& p, const std::string& text) {
 
 inline std::string read_file(const fs::path& p) {
     std::ifstream in(p, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // Assembles source into a .tvx file at p.
