@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -212,9 +213,10 @@ fs::path guest_fs_root(const fs::path& program) {
 // front-end's current directory back afterwards. The guest's own root is the
 // program's folder, so a program finds the files beside it.
 std::string load_program(Core& core, const fs::path& program) {
-    const int here = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const fs::path root = guest_fs_root(program);
     logf(RETRO_LOG_INFO, "root = %s\n", root.c_str());
+    const int here = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (here < 0) return std::string("cannot open the current directory: ") + std::strerror(errno);
     std::string err;
     if (::chdir(root.c_str()) != 0) {
         err = root.string() + ": " + std::strerror(errno);
@@ -226,10 +228,8 @@ std::string load_program(Core& core, const fs::path& program) {
         opts.grid = g.grid;
         err = core_load(core, opts);
     }
-    if (here >= 0) {
-        if (::fchdir(here) != 0) logf(RETRO_LOG_WARN, "cannot go back to the previous directory\n");
-        ::close(here);
-    }
+    if (::fchdir(here) != 0) logf(RETRO_LOG_WARN, "cannot go back to the previous directory\n");
+    ::close(here);
     return err;
 }
 
@@ -333,7 +333,7 @@ RETRO_API bool retro_load_game(const retro_game_info* game) {
     auto core = std::make_unique<Core>();
     g.log_line.clear();
     g.console_line.clear();
-    core->sinks.log = [](std::string_view text) { log_text(RETRO_LOG_INFO, g.log_line, text); };
+    core->sinks.log = [](std::string_view text) { log_text(RETRO_LOG_DEBUG, g.log_line, text); };
     core->sinks.console = [](std::string_view text) { log_text(RETRO_LOG_INFO, g.console_line, text); };
     if (const std::string err = ec ? ec.message() : load_program(*core, program); !err.empty()) {
         logf(RETRO_LOG_ERROR, "%s\n", err.c_str());
@@ -388,7 +388,7 @@ RETRO_API void retro_run(void) {
                 finish_run(r.exit_code);
                 break;
             }
-            if (r.status != RunStatus::Frame || steps >= kStepsPerFrame) break;
+            if (r.status != RunStatus::Frame || r.steps == 0 || steps >= kStepsPerFrame) break;
         }
         if (!g.ended && core_time(core) < target) core_set_time(core, target);
     }

@@ -203,6 +203,10 @@ public:
             api_.retro_run();
         }
     }
+    void unload() {
+        if (loaded_) api_.retro_unload_game();
+        loaded_ = false;
+    }
     // Back to an earlier frame number, after a state of that frame was loaded.
     void rewind_to(int frame) { frame_ = frame; }
 
@@ -372,6 +376,22 @@ TEST(SaveStates, ReplaySameFramesAndRefuseBadBuffers) {
         s.run_until(f + 1, kTour);
         ASSERT_EQ(host.frame, first[f - 30]) << "frame " << f;
     }
+}
+
+// A file the program left open is on the disk once the content is closed.
+TEST(Load, UnloadWritesOpenFiles) {
+    const std::string note = std::string(PROGRAMS) + "/note.txt";
+    std::remove(note.c_str());
+    Session s(std::string(PROGRAMS) + "/note.tvx");
+    ASSERT_TRUE(s.loaded()) << host.log;
+    s.run_until(5, {});
+    s.unload();
+    std::FILE* f = std::fopen(note.c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    char text[16] = {};
+    EXPECT_EQ(std::fread(text, 1, sizeof text, f), 4u);
+    std::fclose(f);
+    EXPECT_STREQ(text, "kept");
 }
 
 TEST(Load, RefusesWhatIsNotAProgram) {
