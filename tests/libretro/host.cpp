@@ -118,46 +118,25 @@ int16_t input_state(unsigned port, unsigned device, unsigned, unsigned id) {
 size_t audio_batch(const int16_t*, size_t frames) { return frames; }
 
 // The core's entry points, looked up once.
+#define TVM2_RETRO_FUNCTIONS(X)                                                                         \
+    X(retro_set_environment) X(retro_set_video_refresh) X(retro_set_input_poll) X(retro_set_input_state) \
+    X(retro_set_audio_sample_batch) X(retro_init) X(retro_deinit) X(retro_load_game)                     \
+    X(retro_unload_game) X(retro_get_system_av_info) X(retro_run) X(retro_serialize_size)                \
+    X(retro_serialize) X(retro_unserialize)
 struct Api {
     void* lib = nullptr;
-#define TVM2_RETRO_FN(name) decltype(&::name) name = nullptr;
-    TVM2_RETRO_FN(retro_set_environment)
-    TVM2_RETRO_FN(retro_set_video_refresh)
-    TVM2_RETRO_FN(retro_set_input_poll)
-    TVM2_RETRO_FN(retro_set_input_state)
-    TVM2_RETRO_FN(retro_set_audio_sample_batch)
-    TVM2_RETRO_FN(retro_init)
-    TVM2_RETRO_FN(retro_deinit)
-    TVM2_RETRO_FN(retro_load_game)
-    TVM2_RETRO_FN(retro_unload_game)
-    TVM2_RETRO_FN(retro_get_system_av_info)
-    TVM2_RETRO_FN(retro_run)
-    TVM2_RETRO_FN(retro_serialize_size)
-    TVM2_RETRO_FN(retro_serialize)
-    TVM2_RETRO_FN(retro_unserialize)
-#undef TVM2_RETRO_FN
+#define TVM2_DECLARE(name) decltype(&::name) name = nullptr;
+    TVM2_RETRO_FUNCTIONS(TVM2_DECLARE)
+#undef TVM2_DECLARE
 };
 
 Api open_core() {
     Api a;
     a.lib = dlopen(LIBRETRO_CORE, RTLD_NOW | RTLD_LOCAL);
     if (!a.lib) ADD_FAILURE() << dlerror();
-#define TVM2_RETRO_FN(name) a.name = reinterpret_cast<decltype(a.name)>(a.lib ? dlsym(a.lib, #name) : nullptr);
-    TVM2_RETRO_FN(retro_set_environment)
-    TVM2_RETRO_FN(retro_set_video_refresh)
-    TVM2_RETRO_FN(retro_set_input_poll)
-    TVM2_RETRO_FN(retro_set_input_state)
-    TVM2_RETRO_FN(retro_set_audio_sample_batch)
-    TVM2_RETRO_FN(retro_init)
-    TVM2_RETRO_FN(retro_deinit)
-    TVM2_RETRO_FN(retro_load_game)
-    TVM2_RETRO_FN(retro_unload_game)
-    TVM2_RETRO_FN(retro_get_system_av_info)
-    TVM2_RETRO_FN(retro_run)
-    TVM2_RETRO_FN(retro_serialize_size)
-    TVM2_RETRO_FN(retro_serialize)
-    TVM2_RETRO_FN(retro_unserialize)
-#undef TVM2_RETRO_FN
+#define TVM2_LOOK_UP(name) a.name = reinterpret_cast<decltype(a.name)>(a.lib ? dlsym(a.lib, #name) : nullptr);
+    TVM2_RETRO_FUNCTIONS(TVM2_LOOK_UP)
+#undef TVM2_LOOK_UP
     return a;
 }
 
