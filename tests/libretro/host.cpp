@@ -251,6 +251,8 @@ struct Play {
     const char* size;     // tvxrun --screenshot-size for the same picture, or ""
 };
 
+void PrintTo(const Play& p, std::ostream* os) { *os << p.name; }
+
 class Frames : public testing::TestWithParam<Play> {};
 
 // At each checkpoint the program waits for a key that the shortened script
