@@ -22,6 +22,10 @@ struct PathGuard {
     PathGuard& operator=(const PathGuard&) = delete;
 };
 
+// Ends the run as a finding: the guard is lifted (so the engine can write
+// the input out), the reason printed, and the process aborted.
+[[noreturn]] void fail(const char* what, const std::string& detail = "");
+
 // A temporary directory, made once per process and emptied before each run.
 class ScratchRoot {
 public:

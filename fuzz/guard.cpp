@@ -2,7 +2,8 @@
 // rename or list files are interposed here, and while a guard is active
 // every path they are given must resolve to the guarded root or below it,
 // else the process aborts. Outside a guard they only pass the call on, so
-// the fuzzing engine's own file I/O is not looked at.
+// the fuzzing engine's own file I/O is not looked at; the files it writes
+// when a run fails (named by its -artifact_prefix) pass as well.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -21,6 +22,9 @@ namespace {
 
 std::string g_root;   // resolved root with a trailing "/"; empty: not checking
 bool g_busy = false;  // inside a check: the guard's own calls pass
+// Where the fuzzing engine writes crash inputs: resolved folder with "/",
+// then the start of the file names.
+std::string g_artifact_dir, g_artifact_name;
 
 void* next_fn(const char* name) {
     void* f = dlsym(RTLD_NEXT, name);
@@ -80,11 +84,10 @@ void check(int dirfd, const char* path, const char* call) {
     if (g_root.empty() || g_busy || !path) return;
     g_busy = true;
     const std::string full = resolve(dirfd, path);
-    if ((full + "/").compare(0, g_root.size(), g_root) != 0) {
-        std::fprintf(stderr, "path guard: %s(\"%s\") reaches %s, outside the root %s\n", call, path, full.c_str(),
-                     g_root.c_str());
-        std::abort();
-    }
+    const bool artifact = !g_artifact_dir.empty() && full.rfind(g_artifact_dir + g_artifact_name, 0) == 0 &&
+                          full.find('/', g_artifact_dir.size()) == std::string::npos;
+    if (!artifact && (full + "/").compare(0, g_root.size(), g_root) != 0)
+        fail("path guard: ", std::string(call) + "(\"" + path + "\") reaches " + full + ", outside the root " + g_root);
     g_busy = false;
 }
 
@@ -97,6 +100,26 @@ PathGuard::PathGuard(const std::string& root) {
 }
 
 PathGuard::~PathGuard() { g_root.clear(); }
+
+void fail(const char* what, const std::string& detail) {
+    g_root.clear();
+    std::fprintf(stderr, "%s%s\n", what, detail.c_str());
+    std::abort();
+}
+
+// libFuzzer calls this first with its command line: the artifact prefix
+// (default "./") names where failing inputs will be written.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+    std::string prefix = "./";
+    for (int i = 1; i < *argc; ++i)
+        if (std::string a = (*argv)[i]; a.rfind("-artifact_prefix=", 0) == 0) prefix = a.substr(17);
+    const size_t slash = prefix.find_last_of('/');
+    const std::string dir = slash == std::string::npos ? "." : prefix.substr(0, slash + 1);
+    g_artifact_name = prefix.substr(slash == std::string::npos ? 0 : slash + 1);
+    char buf[PATH_MAX];
+    if (realpath(dir.c_str(), buf)) g_artifact_dir = std::string(buf) + "/";
+    return 0;
+}
 
 extern "C" {
 

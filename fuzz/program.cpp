@@ -3,9 +3,6 @@
 // for one. The path guard aborts on any file touched outside the root. For
 // one input in four (by size: saving costs more than most runs) the machine
 // saved at the end must load again into a new core and save the same bytes.
-#include <cstdio>
-#include <cstdlib>
-
 #include "core/state.h"
 #include "fuzz.h"
 
@@ -40,14 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     quiet(again);
     // A file the program removed while it was open cannot be opened again.
     const std::string err = core_load_state_at(again, state, root.path);
-    if (!err.empty() && err.rfind("an open file", 0) != 0) {
-        std::fprintf(stderr, "a state just saved does not load: %s\n", err.c_str());
-        std::abort();
-    }
-    if (err.empty() && core_save_state(again) != state) {
-        std::fprintf(stderr, "a state loaded and saved again differs\n");
-        std::abort();
-    }
+    if (!err.empty() && err.rfind("an open file", 0) != 0) fail("a state just saved does not load: ", err);
+    if (err.empty() && core_save_state(again) != state) fail("a state loaded and saved again differs");
     core_close_files(core);
     core_close_files(again);
     return 0;
