@@ -168,7 +168,7 @@ constexpr size_t kModeFlagBytes = 7;
 bool valid_open_mode(const std::string& mode) {
     if (mode.empty() || mode.size() > 32 || std::strchr("rwa", mode[0]) == nullptr) return false;
     for (const char c : mode)
-        if (c == ',' || static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) >= 0x7F) return false;
+        if (c == ',' || c == 0) return false;
     return true;
 }
 
