@@ -208,8 +208,14 @@ FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, boo
         *error = host + ": cannot seek to " + std::to_string(pos);
         return nullptr;
     }
-    // A read at the end sets the end-of-file mark again without moving.
+    // The end-of-file mark is sticky: reads give nothing until a seek, even
+    // when the file has grown since. glibc lets it be set as it was; else a
+    // read at the end sets it again without moving.
+#ifdef _IO_EOF_SEEN
+    if (eof) s->_flags |= _IO_EOF_SEEN;
+#else
     if (eof && std::fgetc(s) != EOF) std::fseek(s, static_cast<long>(pos), SEEK_SET);
+#endif
     return s;
 }
 
