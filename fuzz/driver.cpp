@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
             return 1;
         }
         for (const auto& f : files) {
+            std::fprintf(stderr, "%s\n", f.c_str());  // names the input that fails
             std::ifstream in(f, std::ios::binary);
             const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
             LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
