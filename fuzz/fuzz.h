@@ -95,9 +95,9 @@ inline uint64_t drive(Core& core, uint64_t max_steps) {
                                           BTN_START, BTN_SELECT, BTN_X, BTN_Y, BTN_L1, BTN_R1};
     uint64_t steps = 0;
     int taps = 0;
-    for (int slice = 0; slice < 5000 && steps < max_steps && std::chrono::steady_clock::now() < deadline; ++slice) {
+    for (int slice = 0; slice < 50000 && steps < max_steps && std::chrono::steady_clock::now() < deadline; ++slice) {
         const uint64_t until = core_time(core) + 16'666'667;
-        const RunResult r = core_run(core, {until, std::min<uint64_t>(max_steps - steps, 1000)});
+        const RunResult r = core_run(core, {until, std::min<uint64_t>(max_steps - steps, 100)});
         steps += r.steps;
         if (r.status == RunStatus::Ended) break;
         if (r.status != RunStatus::Waiting) {
