@@ -1,5 +1,5 @@
 // Frames, marks, stop requests, exits and undefined code: what the
-// all_instructions and frames* programs leave unseen.
+// calls_frames and frames32 programs leave unseen.
 #include <random>
 
 #include "vm_harness.h"
@@ -78,23 +78,6 @@ TEST(Exit, TopLevelExitRestartsUnlessSingleProgram) {
     EXPECT_EQ(single.run(), 3u);
     EXPECT_EQ(single.m->exit_code, 0);
     EXPECT_EQ(single.m->stop, Stop::Ended);
-}
-
-TEST(Exit, UndefinedOpcodesEndTheProgramWithOneLogLine) {
-    std::vector<uint8_t> undefined;
-    for (int op = 0x75; op <= 0x7F; ++op) undefined.push_back(static_cast<uint8_t>(op));
-    for (int op = 0xD7; op <= 0xFF; ++op) undefined.push_back(static_cast<uint8_t>(op));
-    for (uint8_t op : undefined) {
-        Code c;
-        c.op("push_char").u8(1).u8(op);
-        Vm vm(c);
-        vm.run(10);
-        EXPECT_TRUE(vm.m->exited);
-        EXPECT_EQ(vm.m->exit_code, -1);
-        char expect[80];
-        std::snprintf(expect, sizeof expect, "Undefined opcode 0x%02X at offset 0x000012, program ended\n", op);
-        EXPECT_EQ(vm.host.logged, expect);
-    }
 }
 
 TEST(Exit, ControlLeavingTheImageEndsTheProgram) {

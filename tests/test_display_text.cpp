@@ -1,5 +1,7 @@
 // Text drawing (c_textout, glyph conversion per graphics mode) and the
 // rows a console repaint leaves alone.
+#include <vector>
+
 #include "display/font.h"
 #include "display/text.h"
 #include "display_harness.h"
@@ -20,13 +22,6 @@ bool font_ink(const Font& f, uint32_t index, int c, int r) {
     const int per_row = (f.w + 7) / 8;
     const unsigned char* g = tvx_font + f.base + index * static_cast<uint32_t>(f.h * per_row);
     return (g[r * per_row + c / 8] >> (7 - c % 8)) & 1;
-}
-
-int ink_count(const Font& f, uint32_t index) {
-    int n = 0;
-    for (int r = 0; r < f.h; ++r)
-        for (int c = 0; c < f.w; ++c) n += font_ink(f, index, c, r);
-    return n;
 }
 
 // Expects the glyph at (x, y) of a plane to show ink and paper as given;
@@ -51,68 +46,39 @@ TEST(Glyphs, GbIndexFollowsTheRowMapping) {
         EXPECT_EQ(gb_glyph_index(static_cast<uint8_t>(hi), static_cast<uint8_t>(lo)), -1) << hi << " " << lo;
 }
 
-TEST(TextOut, AsciiInBothSizesAndPlanes) {
-    ScreenVm s(1);
-    ASSERT_GT(ink_count(kLarge, 'A'), 0);
-    s.str(kStr, "AB");
-    s.call(c_textout, {10, 5, kStr, 0xC1});  // large, visible plane
-    expect_glyph(s, true, kLarge, 'A', 10, 5, 1, 0);
-    expect_glyph(s, true, kLarge, 'B', 18, 5, 1, 0);
-    EXPECT_EQ(s.m->need_refresh, 1);
-
-    s.m->need_refresh = 0;
-    s.call(c_textout, {3, 40, kStr, 0x01});  // small, buffer plane only
-    expect_glyph(s, false, kSmall, 'A', 3, 40, 1, 0);
-    expect_glyph(s, false, kSmall, 'B', 9, 40, 1, 0);
-    EXPECT_EQ(s.vis(3, 40) + s.vis(4, 41), 0);
-    EXPECT_EQ(s.m->need_refresh, 0);
-}
-
-TEST(TextOut, Gb2312InEachModeAndSize) {
-    // 啊 (B0A1) twice, the second through row AA, then 'x'.
-    const std::string text = "\xB0\xA1\xAA\xA1x";
-    const uint32_t glyph = 9 * 94;
-    ASSERT_GT(ink_count(kGb12, glyph), 0);
-
-    ScreenVm c(8);
-    c.m->fgcolor = 0x33;
-    c.m->bgcolor = 0x44;
-    c.str(kStr, text);
-    c.call(c_textout, {1, 2, kStr, 0x41});
-    expect_glyph(c, true, kGb12, glyph, 1, 2, 0x33, 0x44);
-    expect_glyph(c, true, kGb12, glyph, 13, 2, 0x33, 0x44);
-    expect_glyph(c, true, kSmall, 'x', 25, 2, 0x33, 0x44);
-
-    ScreenVm g(4);
-    g.str(kStr, text);
-    g.call(c_textout, {2, 20, kStr, 0xC1});
-    expect_glyph(g, true, kGb16, glyph, 2, 20, 15, 0);
-    expect_glyph(g, true, kLarge, 'x', 34, 20, 15, 0);
-
-    ScreenVm s(1);
-    s.str(kStr, text);
-    s.call(c_textout, {0, 0, kStr, 0x41});
-    expect_glyph(s, true, kGb12, glyph, 0, 0, 1, 0);
-}
-
-TEST(TextOut, TransparentCopyDrawsOnlyInk) {
-    ScreenVm c(8);
-    std::memset(c.m->ScreenBuffer, 0x99, kPlaneSize);
-    c.str(kStr, "M");
-    c.call(c_textout, {0, 0, kStr, 0xC6});  // bgcolor 0: the paper is transparent
-    expect_glyph(c, true, kLarge, 'M', 0, 0, 255, 0x99);
-}
-
-TEST(TextOut, MirrorsGlyphsWhereRowsFillWholeBytes) {
-    ScreenVm c(8);
-    c.str(kStr, "F");
-    c.call(c_textout, {0, 0, kStr, 0xE1});
-    expect_glyph(c, true, kLarge, 'F', 0, 0, 255, 0, true);
-
-    ScreenVm s(1);  // 6-pixel rows do not fill a byte: drawn unmirrored
-    s.str(kStr, "F");
-    s.call(c_textout, {0, 0, kStr, 0x61});
-    expect_glyph(s, true, kSmall, 'F', 0, 0, 1, 0);
+TEST(TextOut, GlyphsBySizeModePlaneAndStyle) {
+    struct Glyph { const Font* f; uint32_t index; int x, y; };
+    const uint32_t gb = 9 * 94;  // 啊 (B0A1), also reached through row AA
+    const struct {
+        int mode, fg, bg, fill;
+        const char* text;
+        int64_t x, y, type;
+        bool visible, mirror;
+        uint8_t ink, paper;
+        std::vector<Glyph> glyphs;
+    } cases[] = {
+        {1, 1, 0, 0, "AB", 10, 5, 0xC1, true, false, 1, 0, {{&kLarge, 'A', 10, 5}, {&kLarge, 'B', 18, 5}}},
+        {1, 1, 0, 0, "AB", 3, 40, 0x01, false, false, 1, 0, {{&kSmall, 'A', 3, 40}, {&kSmall, 'B', 9, 40}}},
+        {8, 0x33, 0x44, 0, "\xB0\xA1\xAA\xA1x", 1, 2, 0x41, true, false, 0x33, 0x44,
+         {{&kGb12, gb, 1, 2}, {&kGb12, gb, 13, 2}, {&kSmall, 'x', 25, 2}}},
+        {4, 15, 0, 0, "\xB0\xA1\xAA\xA1x", 2, 20, 0xC1, true, false, 15, 0, {{&kGb16, gb, 2, 20}, {&kLarge, 'x', 34, 20}}},
+        {1, 1, 0, 0, "\xB0\xA1", 0, 0, 0x41, true, false, 1, 0, {{&kGb12, gb, 0, 0}}},
+        {8, 255, 0, 0x99, "M", 0, 0, 0xC6, true, false, 255, 0x99, {{&kLarge, 'M', 0, 0}}},  // paper transparent
+        {8, 255, 0, 0, "F", 0, 0, 0xE1, true, true, 255, 0, {{&kLarge, 'F', 0, 0}}},
+        {1, 1, 0, 0, "F", 0, 0, 0x61, true, false, 1, 0, {{&kSmall, 'F', 0, 0}}},  // 6-pixel rows: never mirrored
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(testing::Message() << k.text << " mode " << k.mode << " type " << k.type);
+        ScreenVm s(k.mode);
+        s.m->fgcolor = static_cast<uint8_t>(k.fg);
+        s.m->bgcolor = static_cast<uint8_t>(k.bg);
+        std::memset(s.m->ScreenBuffer, k.fill, kPlaneSize);
+        s.str(kStr, k.text);
+        s.call(c_textout, {k.x, k.y, kStr, k.type});
+        for (const Glyph& g : k.glyphs) expect_glyph(s, k.visible, *g.f, g.index, g.x, g.y, k.ink, k.paper, k.mirror);
+        EXPECT_EQ(s.refreshed(), k.visible);
+        if (!k.visible) { EXPECT_EQ(s.vis(3, 40) + s.vis(4, 41), 0); }
+    }
 }
 
 TEST(TextOut, RightEdgeAndNegativeX) {

@@ -54,18 +54,6 @@ TEST_F(Touch, LayoutOfA640x480Window) {
     EXPECT_EQ(t.u, 26);
 }
 
-TEST_F(Touch, RingsAndFramesOnATransparentOverlay) {
-    EXPECT_EQ(px(588, 240), 0x40000000u);       // inside a circle
-    EXPECT_EQ(px(588 + 26, 240), 0xFFC0C0C0u);  // the ring: radius 26, inside 24
-    EXPECT_EQ(px(588, 240 + 25), 0xFFC0C0C0u);
-    EXPECT_EQ(px(588 + 24, 240), 0x40000000u);
-    EXPECT_EQ(px(588 + 27, 240), 0u);           // outside: transparent
-    const auto& r = t.rect_buttons[4];
-    EXPECT_EQ(px(r.x1, r.y1), 0xFFC0C0C0u);
-    EXPECT_EQ(px(r.x1 + 2, r.y1 + 2), 0x40000000u);
-    EXPECT_EQ(px(r.x2 + 1, r.y2), 0u);
-}
-
 TEST_F(Touch, FingersPressAndReleaseTheirOwnButton) {
     EXPECT_EQ(gui_finger(*m, t, at(true, 0, 588, 240)), 0x001);
     EXPECT_NE(host.logged.find("FINGER: 0 588 240 1"), std::string::npos) << host.logged;

@@ -4,6 +4,7 @@
 
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "frontend/gui/overlay.h"
 #include "surface_harness.h"
@@ -30,7 +31,7 @@ void fill(TestSurface& t, uint16_t c) {
         for (int x = 0; x < t.w; ++x) t.px[size_t(y * (t.w + t.pad) + x)] = c;
 }
 
-constexpr uint16_t kHalfWhite = 0x8430;  // white after darkening: (16, 33, 16)
+constexpr uint16_t kPanelWhite = 0x4A49;  // white under a panel, darkened twice: (9, 18, 9)
 
 }  // namespace
 
@@ -83,56 +84,60 @@ TEST(Overlay, FrameCounterPositionFollowsTheGuestScreen) {
     EXPECT_TRUE(s.margins_untouched());
 }
 
-TEST(Overlay, KeyMapPanelFrameLinesAndText) {
-    TestSurface t(320, 240);
-    fill(t, 0xFFFF);
-    draw_keymap_sdl(t.s, "tvm2");
-    for (const auto& [x, y] : {std::pair{41, 100}, {277, 100}, {100, 43}, {100, 196}}) EXPECT_EQ(t.at(x, y), 0xFFFF);
-    for (const auto& [x, y] : {std::pair{42, 44}, {276, 44}, {42, 195}, {276, 195}}) EXPECT_EQ(t.at(x, y), kMesWhite);
-    for (const auto& [x, y] : {std::pair{44, 62}, {274, 62}, {159, 63}, {159, 168}}) EXPECT_EQ(t.at(x, y), kMesGreen);
-    for (const auto& [x, y] : {std::pair{45, 47}, {43, 62}, {275, 62}, {160, 100}}) EXPECT_EQ(t.at(x, y), kHalfWhite);
-
-    expect_text(t, 115, 52, "KEY MAPPING", kMesWhite, kHalfWhite);
-    expect_text(t, 165, 91, "L1+SEL", kMesYellow, kHalfWhite);
-    expect_text(t, 231, 91, "FPS", kMesWhite, kHalfWhite);
-    // The ninth letter of SEL+START runs under the button text at x 114.
-    expect_text(t, 48, 139, "SEL+STAR", kMesYellow, kHalfWhite);
-    expect_text(t, 114, 151, "SAVE", kMesWhite, kHalfWhite);  // F5 and F9
-    expect_text(t, 231, 151, "LOAD", kMesWhite, kHalfWhite);
-    expect_text(t, 127, 176, "F1 TO HIDE", kMesLightBlue, kHalfWhite);
-    expect_text(t, 42 + (235 - 72) / 2, 188, "TVM2 V0.1", kMesGrey, kHalfWhite, 7);  // row 7 is the frame
-}
-
-TEST(Overlay, UnitTestPanelShowsTimeAndCutsLongNames) {
+TEST(Overlay, UnitTestPanelShowsTimeAndCutsLongNamesToFit) {
     TestSurface t(320, 240);
     fill(t, 0xFFFF);
     const std::string func(40, 'F'), dir = std::string(28, 'D') + "XYZ";
-    draw_unit_test_info(t.s, 3725 * 1000 + 999, func, dir);
+    draw_unit_test_info(t.s, {0, 0, 320, 240}, 3725 * 1000 + 999, func, dir);
     const int x = 20, y = 80;
     EXPECT_EQ(t.at(x + 279, y + 79), kMesWhite);
     EXPECT_EQ(t.at(x + 280, y + 40), 0xFFFF);
     EXPECT_EQ(t.at(x + 2, y + 18), kMesGreen);
-    expect_text(t, x + 104, y + 8, "UNIT TEST", kMesWhite, kHalfWhite);
-    expect_text(t, x + 10, y + 26, "FUNC:", kMesYellow, kHalfWhite);
-    // Thirty characters run past the panel's right edge, as laid out.
-    expect_text(t, x + 50, y + 26, func.substr(0, 28), kMesWhite, kHalfWhite);
-    expect_text(t, x + 50 + 29 * 8, y + 26, "F", kMesWhite, 0xFFFF);
-    for (int col = 0; col < 8; ++col) EXPECT_EQ(t.at(x + 50 + 240 + col, y + 27), 0xFFFF);  // no 31st
-    expect_text(t, x + 50, y + 42, "01:02:05", kMesLightBlue, kHalfWhite);
-    expect_text(t, x + 10, y + 58, "DIR", kMesYellow, kHalfWhite);  // the colon's cell meets the directory
-    expect_text(t, x + 40, y + 58, dir.substr(0, 28), kMesGrey, kHalfWhite);
-    expect_text(t, x + 40 + 224, y + 58, " ", kMesGrey, kHalfWhite);
+    expect_text(t, x + 104, y + 8, "UNIT TEST", kMesWhite, kPanelWhite);
+    expect_text(t, x + 10, y + 26, "FUNC:", kMesYellow, kPanelWhite);
+    // 27 characters of the function and 28 of the directory fit inside the frame.
+    expect_text(t, x + 50, y + 26, func.substr(0, 27) + " ", kMesWhite, kPanelWhite);
+    expect_text(t, x + 50, y + 42, "01:02:05", kMesLightBlue, kPanelWhite);
+    expect_text(t, x + 10, y + 58, "DIR:", kMesYellow, kPanelWhite);
+    expect_text(t, x + 48, y + 58, dir.substr(0, 28), kMesGrey, kPanelWhite);
+    for (int row = 0; row < 8; ++row) EXPECT_EQ(t.at(x + 272, y + 58 + row), kPanelWhite);  // no 29th
 
     fill(t, 0xFFFF);
-    draw_unit_test_info(t.s, 59999, "", "");
-    expect_text(t, x + 50, y + 42, "00:00:59", kMesLightBlue, kHalfWhite);
+    draw_unit_test_info(t.s, {0, 0, 320, 240}, 59999, "", "");
+    expect_text(t, x + 50, y + 42, "00:00:59", kMesLightBlue, kPanelWhite);
+}
+
+// The key map tells what each key and chord does, and both panels stay inside
+// the part of the surface a 240x160 screen shows.
+TEST(Overlay, KeyMapIsTruthfulAndPanelsStayInTheVisiblePart) {
+    TestSurface t(320, 240);
+    fill(t, 0xFFFF);
+    const OverlayArea area{40, 40, 240, 160};
+    draw_keymap_sdl(t.s, area, "a-rather-long-program-name-that-runs-past-the-panel");
+    const int X = 44, Y = 46;
+    EXPECT_EQ(t.at(X, Y), kMesWhite);
+    EXPECT_EQ(t.at(X + 231, Y + 147), kMesWhite);
+    for (const auto& [row, key, what] : {std::tuple{0, "SEL+START", "EXIT"}, {1, "ESC", "EXIT"}, {2, "L1+SEL", "GRID"},
+                                          {3, "R1+SEL", "FPS"}, {4, "ALT+ENT", "FULL"}, {7, "F9", "LOAD"}}) {
+        expect_text(t, X + 120, Y + 19 + 11 * row, key, kMesYellow, kPanelWhite);
+        expect_text(t, X + 196, Y + 19 + 11 * row, what, kMesWhite, kPanelWhite);
+    }
+    expect_text(t, X + 4, Y + 19 + 11 * 5, "TAB/PGUP", kMesYellow, kPanelWhite);
+    expect_text(t, X + 72, Y + 19 + 11 * 5, "L1", kMesWhite, kPanelWhite);
+    draw_unit_test_info(t.s, area, 0, std::string(99, 'F'), std::string(99, 'D'));
+    for (int y = 0; y < 240; ++y) {
+        for (int x = 0; x < 320; ++x) {
+            const bool outside = x < 40 || x >= 280 || y < 40 || y >= 200;
+            ASSERT_TRUE(!outside || t.at(x, y) == 0xFFFF) << x << "," << y;
+        }
+    }
 }
 
 TEST(Overlay, SmallSurfacesAreNeverWrittenOutside) {
     for (const auto& [w, h] : {std::pair{20, 10}, {1, 1}, {300, 100}, {100, 300}}) {
         TestSurface t(w, h);
-        draw_keymap_sdl(t.s, "a-rather-long-program-name-that-runs-past-the-panel");
-        draw_unit_test_info(t.s, 1000, std::string(255, 'X'), std::string(259, 'Y'));
+        draw_keymap_sdl(t.s, {0, 0, w, h}, "a-rather-long-program-name-that-runs-past-the-panel");
+        draw_unit_test_info(t.s, {0, 0, w, h}, 1000, std::string(255, 'X'), std::string(259, 'Y'));
         draw_fps(t.s, 123456, 999999, 160, 80);
         mesDrawString(t.s, -5, -3, "CLIPPED", kMesWhite, kMesBlack);
         EXPECT_TRUE(t.margins_untouched()) << w << "x" << h;
@@ -143,6 +148,6 @@ TEST(Overlay, SmallSurfacesAreNeverWrittenOutside) {
     Surface16 odd = t.s;
     odd.pitch = 21;  // unusable: nothing is written
     t.reset();
-    draw_keymap_sdl(odd, "x");
+    draw_keymap_sdl(odd, {0, 0, 20, 10}, "x");
     EXPECT_EQ(t.at(0, 0), kUntouched);
 }

@@ -1,10 +1,11 @@
-// The pinyin table and its lookups; paging, case and failures through
-// service 20 are checked end to end by the svc_pinyin program.
+// The pinyin table's layout, and lookups through service 20.
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <set>
 #include <string>
-#include <utility>
 
+#include "cjk/gbconv.h"
 #include "cjk/pinyin.h"
 #include "lib/syscalls.h"
 #include "vm_harness.h"
@@ -16,20 +17,6 @@ std::string syllable(uint32_t s) {
     const char* p = reinterpret_cast<const char*>(pinyin_data + kPinyinNames + 6 * s);
     return std::string(p, strnlen(p, 6));
 }
-// The characters of syllable s as GB2312 text.
-std::string characters(uint32_t s) {
-    return std::string(reinterpret_cast<const char*>(pinyin_data + offset(s)), offset(s + 1) - offset(s));
-}
-// Whether syllable py lists the two-byte character gb.
-bool lists(const char* py, const char* gb) {
-    const uint32_t s = get_seq_no(py);
-    if (s == kPinyinNotFound) return false;
-    const std::string chars = characters(s);
-    for (size_t i = 0; i < chars.size(); i += 2)
-        if (chars.compare(i, 2, gb) == 0) return true;
-    return false;
-}
-
 }  // namespace
 
 TEST(PinyinTable, LayoutIsConsistent) {
@@ -58,33 +45,25 @@ TEST(PinyinTable, LayoutIsConsistent) {
     EXPECT_EQ(syllable(kPinyinSyllables - 1), "zuo");
 }
 
-TEST(PinyinLookup, SyllableNumbers) {
-    EXPECT_EQ(get_seq_no("a"), 0u);  // both ends of the search
-    EXPECT_EQ(get_seq_no("zuo"), kPinyinSyllables - 1);
-    EXPECT_EQ(syllable(get_seq_no("ZhOnG")), "zhong");
-    for (const char* bad : {"", "xyz", "zz", "b", "aa", "zuoa", "a ", "@"}) EXPECT_EQ(get_seq_no(bad), kPinyinNotFound) << bad;
-}
-
-TEST(PinyinLookup, ReadingsOfKnownCharacters) {
-    // Characters with more than one reading are listed under each; u with
-    // diaeresis is typed as v.
-    const std::pair<const char*, const char*> listed[] = {
-        {"zhong", "\xD6\xD0"}, {"wen", "\xCE\xC4"},   {"xing", "\xD0\xD0"}, {"hang", "\xD0\xD0"}, {"chang", "\xB3\xA4"},
-        {"zhang", "\xB3\xA4"}, {"lv", "\xC2\xCC"},    {"nve", "\xC5\xB0"},  {"lv", "\xC2\xC3"},
+// Lookups through service 20 (syllable, buffer, first index): the syllable's
+// number of characters * 65536 + the characters written, and the buffer.
+// Upper case is lower-cased, only six letters count, failures leave the
+// buffer as it was.
+TEST(PinyinLookup, ServiceTwentyPagesThroughASyllable) {
+    CallVm c;
+    const struct { const char* syl; int64_t first; int32_t result; const char* chars; } cases[] = {
+        {"a", 0, 458759, "阿锕嗄啊呵吖腌"}, {"A", 6, 458753, "腌"}, {"yi", 0, 7274505, "一壹医揖铱依伊衣咿"},
+        {"yi", 9, 7274505, "噫猗漪欹衤黟颐夷遗"}, {"Yi", 108, 7274499, "食仡嗌"}, {"yi", 111, -1, "食仡嗌"},
+        {"zhuangx", 0, 720905, "桩庄装妆撞壮状奘幢"}, {"ZHONG", 0, 1114121, "中盅忠钟衷终锺螽舯"}, {"lv", 0, 1376265, "驴闾榈吕铝侣旅履屡"},
+        {"", 0, -1, "驴闾榈吕铝侣旅履屡"}, {"xyz", 0, -1, "驴闾榈吕铝侣旅履屡"}, {"zhuan", 0, 720905, "专砖颛转撰赚篆啭馔"},
+        {"a", 7, -1, "专砖颛转撰赚篆啭馔"}, {"a", -1, -1, "专砖颛转撰赚篆啭馔"},
     };
-    for (const auto& [py, gb] : listed) EXPECT_TRUE(lists(py, gb)) << py;
-    EXPECT_FALSE(lists("lu", "\xC2\xC3"));
-    EXPECT_FALSE(lists("zhong", "\xCE\xC4"));
-}
-
-// Syllable and buffer across the end of the block, from 32-bit pointers
-// that keep 24 bits.
-TEST(PinyinLookup, ServiceTwentyWrapsInsideGuestMemory) {
-    CallVm c(0x10);
-    Machine& m = *c.m;
-    lRamWrite(m, kRamMask, 'a');
-    lRamWrite(m, 0, 0);
-    EXPECT_EQ(c.result(c_system, {0xFF0FFFFF, 0xFFFFFFF8, 0, 20}), 7u << 16 | 7);
-    EXPECT_EQ(m.tovix_ram[kRamMask - 7], 0xB0);
-    EXPECT_EQ(m.tovix_ram[6], 0);
+    for (const auto& k : cases) {
+        c.str(0x2000, k.syl);
+        EXPECT_EQ(int32_t(c.result(c_system, {0x2000, 0x3000, k.first, 20})), k.result) << k.syl << " " << k.first;
+        const std::string gb = c.read(0x3000);
+        char utf8[64];
+        gb_to_utf8(gb.data(), gb.size(), utf8, sizeof utf8);
+        EXPECT_STREQ(utf8, k.chars) << k.syl << " " << k.first;
+    }
 }

@@ -37,75 +37,27 @@ void expect_picture(const TestSurface& t, int ox, int oy, int f, int w, int h, i
 
 }  // namespace
 
-TEST(Present, SnapshotPacksTheColourTableAndClaimsTheCleanRequest) {
-    auto m = std::make_unique<Machine>();
-    m->palette[3 * 7] = 0xFF;      // blue
-    m->palette[3 * 7 + 1] = 0x03;  // green below one step: dropped
-    m->palette[3 * 7 + 2] = 0x0F;  // red: 1 after dropping three bits
-    m->ScreenWidth = 5000;         // cut to what a plane holds
-    m->ScreenBuffer[321] = 7;
-    m->need_refresh = 1;
-    ClearNdsScreen(*m);
-    m->ScreenBuffer[321] = 7;
-    present_frame(*m);
-    const std::shared_ptr<const Frame> first = m->frame;
-    EXPECT_EQ(first->pal[7], 0x001F | 1 << 11);
-    EXPECT_EQ(first->width, 320);
-    EXPECT_EQ(first->pixels[321], 7);
-    EXPECT_TRUE(first->clean);
-    EXPECT_EQ(m->need_refresh, 0);
-    uint32_t rgb[320 * 80];
-    frame_to_xrgb8888(*first, rgb);
-    EXPECT_EQ(rgb[321], 0x0F03FFu);
-
-    m->palette[3 * 7] = 0;  // a later present makes a new frame; the first stays
-    present_frame(*m);
-    EXPECT_EQ(first->pal[7], 0x001F | 1 << 11);
-    EXPECT_EQ(m->frame->pal[7], 1 << 11);
-    EXPECT_FALSE(m->frame->clean);
-    EXPECT_EQ(m->frame->number, first->number + 1);
-}
-
-TEST(Present, OneToOneCentresAndCropsTheMiddle) {
-    auto m = patterned(160, 80);
-    TestSurface full(320, 240);  // always 1:1, here at column 80, row 80
-    DmaRefresh(*m, &full.s);
-    expect_picture(full, 80, 80, 1, 160, 80);
-    m->width = 240, m->height = 160;
-    full.reset();
-    DmaRefresh(*m, &full.s);
-    expect_picture(full, 40, 40, 1, 240, 160);
-
-    m->width = 160, m->height = 80;
-    TestSurface narrow(100, 240);  // scale 0: cropped by 30 columns each side
-    DmaRefresh(*m, &narrow.s);
-    expect_picture(narrow, 0, 80, 1, 100, 80, 30);
-    TestSurface low(150, 50);  // lower too: the middle rows
-    DmaRefresh(*m, &low.s);
-    expect_picture(low, 0, 0, 1, 150, 50, 5, 15);
-}
-
-TEST(Present, ScalerChoiceAndGeometryByFactor) {
-    auto m = patterned(160, 80);  // mode 8
-    TestSurface three(480, 400);  // min(3, 5): 480x240 at row 80
-    DmaRefresh(*m, &three.s);
-    expect_picture(three, 0, 80, 3, 160, 80);
-    TestSurface two(330, 250);
-    DmaRefresh(*m, &two.s);
-    expect_picture(two, 5, 45, 2, 160, 80);
-    TestSurface four(641, 330);
-    DmaRefresh(*m, &four.s);
-    expect_picture(four, 0, 5, 4, 160, 80);
-    TestSurface five(805, 400);
-    DmaRefresh(*m, &five.s);
-    expect_picture(five, 2, 0, 5, 160, 80);
-
-    // Mono with the grid off takes the plain scalers as well.
-    m->graph_mode = 1;
-    m->grid = false;
-    three.reset();
-    DmaRefresh(*m, &three.s);
-    expect_picture(three, 0, 80, 3, 160, 80);
+// Where the picture lands and how far it is enlarged: 1:1 on 320 x 240
+// (centred, cropped to the middle where the surface is smaller), else the
+// largest whole factor that fits, centred.
+TEST(Present, PlacementAndScaleByScreenAndSurfaceSize) {
+    const struct { int w, h, mode, sw, sh, ox, oy, f, pw, ph, sx, sy; } cases[] = {
+        {160, 80, 8, 320, 240, 80, 80, 1, 160, 80, 0, 0}, {240, 160, 8, 320, 240, 40, 40, 1, 240, 160, 0, 0},
+        {160, 80, 8, 100, 240, 0, 80, 1, 100, 80, 30, 0}, {160, 80, 8, 150, 50, 0, 0, 1, 150, 50, 5, 15},
+        {160, 80, 8, 480, 400, 0, 80, 3, 160, 80, 0, 0},  {160, 80, 8, 330, 250, 5, 45, 2, 160, 80, 0, 0},
+        {160, 80, 8, 641, 330, 0, 5, 4, 160, 80, 0, 0},   {160, 80, 8, 805, 400, 2, 0, 5, 160, 80, 0, 0},
+        {160, 80, 1, 480, 400, 0, 80, 3, 160, 80, 0, 0},  // mono with the grid off: the plain scaler
+        {5000, 5000, 8, 320, 240, 0, 0, 1, 320, 240, 0, 0},  // read as the whole plane
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << " on " << c.sw << "x" << c.sh);
+        auto m = patterned(c.w, c.h);
+        m->graph_mode = static_cast<uint8_t>(c.mode);
+        m->grid = false;
+        TestSurface t(c.sw, c.sh);
+        DmaRefresh(*m, &t.s);
+        expect_picture(t, c.ox, c.oy, c.f, c.pw, c.ph, c.sx, c.sy);
+    }
 }
 
 // The grid look at factors 3 and 4 through DmaRefresh is pinned by the
@@ -159,12 +111,8 @@ TEST(Present, OddSurfacesAndScreenSizesStayInBounds) {
     EXPECT_EQ(t.at(0, 0), kUntouched);
     EXPECT_TRUE(t.margins_untouched());
 
-    m->width = m->height = 5000;  // read as the whole plane
-    TestSurface full(320, 240);
-    DmaRefresh(*m, &full.s);
-    expect_picture(full, 0, 0, 1, 320, 240);
     m->width = -4;
-    full.reset();
+    TestSurface full(320, 240);
     DmaRefresh(*m, &full.s);
     EXPECT_EQ(full.at(0, 0), kUntouched);
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace tvx_header {
 
@@ -36,6 +37,20 @@ inline uint8_t mode_flag(int mode) {
 
 inline bool is_header(const uint8_t* p, std::size_t n) {
     return n >= kSize && p[0] == 'T' && p[1] == 'V' && p[2] == 'X' && p[3] == kVersion;
+}
+
+// What is wrong with a file that starts with the n bytes at p (all of it, or
+// at least its first kSize bytes), for a message after its name; "" when it
+// starts with a header.
+inline std::string problem(const uint8_t* p, std::size_t n) {
+    if (is_header(p, n)) return "";
+    if (n == 0) return "empty file";
+    if (n < kSize && n >= 3 && p[0] == 'T' && p[1] == 'V' && p[2] == 'X') {
+        std::string text = "truncated Tovix program (";
+        text.append(std::to_string(n)).append(" of the 16 header bytes)");
+        return text;
+    }
+    return "not a Tovix program";
 }
 
 }  // namespace tvx_header

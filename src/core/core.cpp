@@ -25,10 +25,8 @@ std::string check_program(const std::string& path) {
     uint8_t head[tvx_header::kSize];
     const size_t got = std::fread(head, 1, sizeof head, f);
     std::fclose(f);
-    if (got < sizeof head && got >= 3 && std::memcmp(head, "TVX", 3) == 0)
-        return path + ": truncated Tovix program (" + std::to_string(got) + " of the 16 header bytes)";
-    if (!tvx_header::is_header(head, got)) return path + ": not a Tovix program";
-    return "";
+    const std::string problem = tvx_header::problem(head, got);
+    return problem.empty() ? "" : path + ": " + problem;
 }
 
 // Applies the queued button changes, one input pass each. A release of a
@@ -62,6 +60,8 @@ std::string core_load(Core& core, const LoadOptions& o) {
         program = found;
     } else if (!S_ISREG(sb.st_mode)) {
         return program + ": not a regular file";
+    } else if (auto err = tvx_name_error(program); !err.empty()) {
+        return err;
     }
     if (auto err = check_program(program); !err.empty()) return err;
     // Guest paths are GB2312: the root must have a GB2312 form.
@@ -75,6 +75,7 @@ std::string core_load(Core& core, const LoadOptions& o) {
     m->tvxProgArgs = o.args;
     m->single_program_mode = o.single_program ? 1 : 0;
     m->use_grid = o.grid ? 1 : 0;
+    m->disk_limit = o.disk_limit;
     start_clock(*m, o.virtual_clock);
     Color256Init(*m);
     m->s_year = 2022;
@@ -199,6 +200,12 @@ bool core_grid(const Core& core) { return core.loaded() && core.machine->use_gri
 bool core_ended(const Core& core) { return core.loaded() && core.machine->exited && core.machine->single_program_mode; }
 
 int32_t core_exit_code(const Core& core) { return core.loaded() ? core.machine->exit_code : -1; }
+
+static_assert(LoadOptions{}.disk_limit == kDefaultDiskLimit);
+
+void core_set_disk_limit(Core& core, uint64_t bytes) {
+    if (core.loaded()) core.machine->disk_limit = bytes;
+}
 
 void core_close_files(Core& core) {
     core.host->flush_console();

@@ -57,6 +57,10 @@ struct LoadOptions {
     // run is reproducible. Otherwise guest time is the host's real time.
     bool virtual_clock = true;
     bool grid = true;  // grid look for enlarged monochrome screens
+    // Bytes the run may add to its guest root (file growth, and 4 KiB per
+    // new file or directory, less what it frees); past it writes fail as on
+    // a full disk.
+    uint64_t disk_limit = 256 << 20;
 };
 
 // Where the log and the guest's console text go (UTF-8). Unset: standard
@@ -149,6 +153,10 @@ bool core_grid(const Core& core);
 bool core_ended(const Core& core);
 int32_t core_exit_code(const Core& core);
 
+// Changes the disk limit of the loaded machine (a loaded save state keeps
+// the limit the machine had before it).
+void core_set_disk_limit(Core& core, uint64_t bytes);
+
 // Writes out what the guest's open files hold and closes them (for a host
 // that stops the machine before the program ends).
 void core_close_files(Core& core);
@@ -159,14 +167,21 @@ void core_close_files(Core& core);
 std::vector<uint8_t> core_save_state(const Core& core);
 std::string core_load_state(Core& core, std::span<const uint8_t> state);
 
+// "" when path names a program file by the one rule hosts share (its name
+// ends in ".tvx", lower case), else why not, naming the path.
+std::string tvx_name_error(const std::string& path);
+
 // The first regular file named *.tvx (exact case, hidden names skipped) in
 // dir, in the order the directory lists them; no descent into
 // sub-directories. Returns 1 and writes dir "/" name into out, else 0.
 int findFirstTvxFile(std::string& out, const std::string& dir);
 
 // Searches base and the directories below it (at most maxdepth levels,
-// hidden names skipped) for one that holds a sub-directory called name.
-// Returns 1 and writes that directory into out, else 0.
+// hidden names, symbolic links, /proc, /sys, /dev and other kernel file
+// systems skipped, at most kFindDirBudget directories opened) for one that
+// holds a sub-directory called name. Returns 1 and writes that directory
+// into out, else 0.
+inline constexpr int kFindDirBudget = 4096;
 int findDir(std::string& out, const std::string& base, const std::string& name, int depth, int maxdepth);
 using FindDirFn = std::function<int(std::string&, const std::string&, const std::string&, int, int)>;
 

@@ -23,7 +23,7 @@
 namespace {
 
 constexpr char kMagic[8] = {'T', 'V', 'M', '2', 'S', 'T', 'A', 'T'};
-constexpr uint32_t kFormatVersion = 1;
+constexpr uint32_t kFormatVersion = 2;
 constexpr size_t kHeaderSize = sizeof kMagic + 4 + 8 + 4;
 // Guest time stays far below where adding a tick or a delay wraps around
 // (2^62 ns is some 146 years).
@@ -551,6 +551,7 @@ void put_files(Writer& w, const Machine& m) {
     const size_t s = w.begin("FILE");
     w.cstr(m.RootPath, sizeof m.RootPath);
     w.cstr(m.CD, sizeof m.CD);
+    w.i64(m.disk_added);
     uint32_t open = 0;
     for (FILE* f : m.fhandle) open += f != nullptr;
     w.u32(open);
@@ -574,6 +575,7 @@ void get_files(Reader& in, Machine& m, std::vector<SavedFile>* files) {
     Reader r = in.section("FILE");
     r.cstr(m.RootPath, sizeof m.RootPath, "root");
     r.cstr(m.CD, sizeof m.CD, "directory");
+    m.disk_added = r.ranged(r.i64(), -(int64_t{1} << 62), int64_t{1} << 62, "disk use");
     const uint32_t n = static_cast<uint32_t>(r.ranged(r.u32(), 0, kMaxFiles, "open file count"));
     for (uint32_t k = 0; k < n && r.ok(); ++k) {
         SavedFile f;
@@ -731,6 +733,7 @@ std::string core_load_state_at(Core& core, std::span<const uint8_t> state, const
 
     auto m = std::make_unique<Machine>();
     m->host = core.host.get();
+    if (core.loaded()) m->disk_limit = core.machine->disk_limit;
     auto input = std::make_unique<CoreInput>();
     std::vector<SavedFile> files;
     Reader r(payload, &error);

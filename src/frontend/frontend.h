@@ -6,6 +6,8 @@
 
 #include <SDL.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -48,6 +50,9 @@ struct Frontend {
 
     uint16_t held = 0;           // buttons held as the core was last told (1 = held)
     bool exit_requested = false;  // an exit key or chord: the loop ends
+    // Where the host's signal handler notes a signal that asks tvm2 to end
+    // (non-zero): the loop ends at its next pass. Null: none.
+    const volatile std::sig_atomic_t* stop_signal = nullptr;
     uint32_t redraw_until = 0;  // after a window event: tick until which it is redrawn; 0: none
     uint32_t last_unit_test_present = 0;
 
@@ -62,13 +67,23 @@ void fe_log(const Frontend& fe, const char* fmt, ...) __attribute__((format(prin
 
 // --- window.cpp ---
 
-// A desktop no larger than 1024x600 is taken for a handheld's own display.
-inline bool desktop_is_handheld(int w, int h) { return w <= 1024 && h <= 600; }
+// A display no larger than 1024x600 once turned to landscape (the longer side
+// as its width) is taken for a handheld's own: 480x640, 480x800 and 600x1024
+// portrait panels as much as 1024x600.
+inline bool desktop_is_handheld(int w, int h) { return std::max(w, h) <= 1024 && std::min(w, h) <= 600; }
 
 // SDL, controller, window (640x480, or full-screen on a handheld display),
 // renderer and the 320x240 surface. Ends the process with status 1 when SDL,
-// the window or the surface cannot be had.
+// the window or the surface cannot be had, or when there is no display and
+// SDL_VIDEODRIVER names no driver.
 void initSDL(Frontend& fe);
+// Whether SDL's video driver shows windows to anyone (not "offscreen" or
+// "dummy").
+bool window_visible();
+// Shows text (its first line as a heading) in the window until a key,
+// button, click or close, or a stop signal; nothing where no window is
+// visible.
+void show_error(Frontend& fe, const std::string& text);
 // Sets the "SDL_RENDER_SCALE_QUALITY" hint when q differs from the last value.
 void setScaleQuality(Frontend& fe, int q);
 // Window-sized surface for small guest screens (and the touch layout for it).
@@ -95,6 +110,9 @@ FrameRects frame_rects(int screen_w, int screen_h, int surface_w, int surface_h,
 void present(Frontend& fe, std::shared_ptr<const Frame> frame);
 // Presents the shown frame again (overlays changed, window exposed).
 void present_again(Frontend& fe);
+// Scales (and turns) a surface holding a sw x sh guest screen onto the
+// window and presents it.
+void put_surface(Frontend& fe, SDL_Surface* surface, int sw, int sh);
 
 // --- loop.cpp ---
 

@@ -50,7 +50,7 @@ bool drain_events(Frontend& fe, uint32_t now) {
             default: break;
         }
     }
-    return quit || fe.exit_requested;
+    return quit || fe.exit_requested || (fe.stop_signal && *fe.stop_signal);
 }
 
 // The window is drawn again on every slice for a while after a window event

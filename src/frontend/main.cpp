@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "frontend/frontend.h"
+#include "tools/common/stop_signal.h"
 
 namespace {
 
@@ -23,6 +24,8 @@ int main(int argc, char** argv) {
     if (chdir(root.c_str()) != 0) {
         // Ignored: the guest file system then reports its files as missing.
     }
+    install_stop_signals();
+    fe.stop_signal = &g_stop_signal;
     initSDL(fe);
 
     LoadOptions opts;
@@ -32,11 +35,13 @@ int main(int argc, char** argv) {
     opts.virtual_clock = false;
     if (const std::string err = core_load(fe.core, opts); !err.empty()) {
         std::fprintf(stderr, "tvm2: %s\n", err.c_str());
-        return kStatusLoad;
+        show_error(fe, "The program cannot be loaded:\n" + err);
+        return g_stop_signal ? 128 + g_stop_signal : kStatusLoad;
     }
     sdlLoop(fe);
     // Whatever the guest wrote reaches the disk, also into files it left open.
     core_close_files(fe.core);
     std::fflush(nullptr);
-    return 0;
+    // Ended by a signal: 128 + its number, as a shell reports a process it ended.
+    return g_stop_signal ? 128 + g_stop_signal : 0;
 }

@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "base/strformat.h"
 #include "core/core.h"
 
 namespace {
@@ -19,12 +20,6 @@ std::string join(const std::string& path, const std::string& name, size_t max) {
 }
 
 std::string cut(const std::string& s, size_t max) { return s.size() > max ? s.substr(0, max) : s; }
-
-// The text from the last "." on, or nothing when there is no ".".
-std::string extension(const std::string& s) {
-    const auto dot = s.rfind('.');
-    return dot == std::string::npos ? std::string() : s.substr(dot);
-}
 
 void start_unit_test(StartupState& st, const std::string& func, const std::function<uint32_t()>& ticks) {
     st.unit_test_mode = 1;
@@ -67,10 +62,8 @@ void logf(const LogSink& sink, const char* fmt, ...) {
 }
 
 void vlogf(const LogSink& sink, const char* fmt, va_list ap) {
-    char buf[1024];
-    const int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
-    if (n <= 0) return;
-    const std::string_view text(buf, std::min(static_cast<size_t>(n), sizeof buf - 1));
+    const std::string text = vstrformat(fmt, ap);
+    if (text.empty()) return;
     if (sink)
         sink(text);
     else
@@ -137,12 +130,13 @@ std::optional<int> parse_command_line(StartupState& st, int argc, char** argv, c
                 logf(log, "No .tvx file found in directory, may be unit test dir: %s\n", path.c_str());
             }
         } else if (S_ISREG(sb.st_mode)) {
-            if (extension(path) == ".tvx") {
+            if (const std::string err = tvx_name_error(path); err.empty()) {
                 st.tvxFilePath = path;
                 file_given = true;
                 st.single_program_mode = true;
             } else {
                 logf(log, "File is not a .tvx file: %s\n", path.c_str());
+                std::fprintf(stderr, "tvm2: %s\n", err.c_str());
             }
         }
     }

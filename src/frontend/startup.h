@@ -12,8 +12,7 @@
 
 // Where log lines go; unset: standard output.
 using LogSink = std::function<void(std::string_view)>;
-// Formats into a 1,024-byte buffer (longer output is cut) and writes it to
-// the sink.
+// Formats the whole text and writes it to the sink.
 void logf(const LogSink& sink, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 void vlogf(const LogSink& sink, const char* fmt, va_list ap) __attribute__((format(printf, 2, 0)));
 

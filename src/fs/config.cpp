@@ -79,9 +79,7 @@ int ConfigKey(Machine& m, const char* name, const char* value) {
     const long code = key_value(value);
     if (code < 1 || code > 127) return 0;
     m.key_code[index] = static_cast<uint8_t>(code);
-    char line[96];
-    const int n = std::snprintf(line, sizeof line, "SET KEY %s=0x%x\n", name, static_cast<unsigned>(code));
-    m.host->console_write(std::string_view(line, static_cast<size_t>(n)));
+    mylog(m, "SET KEY %s=0x%x\n", name, static_cast<unsigned>(code));
     return 1;
 }
 

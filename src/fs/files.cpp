@@ -22,6 +22,7 @@ void close_slot(Files& f, int i) {
     if (f.fhandle[i]) std::fclose(f.fhandle[i]);
     f.fhandle[i] = nullptr;
     f.last_io[i] = 0;
+    f.fsize[i] = -1;
     f.fpath[i].clear();
     f.fmode[i].clear();
 }
@@ -104,9 +105,44 @@ const char* host_mode(const std::string& mode) {
     return nullptr;
 }
 
+// What may still be added under the disk limit (limits beyond 2^60 bytes
+// count as 2^60, so that the sums below cannot overflow).
+int64_t disk_left(const Files& f) {
+    const int64_t limit = static_cast<int64_t>(std::min<uint64_t>(f.disk_limit, uint64_t{1} << 60));
+    return std::clamp<int64_t>(limit - f.disk_added, 0, int64_t{1} << 61);
+}
+
+int64_t file_size(FILE* s) {
+    struct stat st;
+    return fstat(fileno(s), &st) == 0 ? st.st_size : 0;
+}
+
+// How many of count bytes written on the slot now fit under the disk limit:
+// bytes that stay within the file's size are free, the rest (with any gap a
+// write beyond the end leaves) counts. Append streams write at the end.
+uint32_t disk_room(Files& f, int slot, uint32_t count, int64_t* pos) {
+    FILE* s = f.fhandle[slot];
+    if (f.fsize[slot] < 0) f.fsize[slot] = file_size(s);
+    const int64_t size = f.fsize[slot];
+    *pos = f.fmode[slot][0] == 'a' ? size : std::max<int64_t>(std::ftell(s), 0);
+    const int64_t fits = std::max<int64_t>(size + disk_left(f) - *pos, 0);
+    return static_cast<uint32_t>(std::min<int64_t>(count, fits));
+}
+
+// Counts the bytes by which a write of n bytes at pos extended the file.
+void note_written(Files& f, int slot, int64_t pos, uint32_t n) {
+    const int64_t end = pos + n;
+    if (end <= f.fsize[slot]) return;
+    f.disk_added += end - f.fsize[slot];
+    f.fsize[slot] = end;
+}
+
 // Moves count bytes between the stream and guest memory at buf, wrapping at
 // the end of the block. Returns the number of bytes moved.
-uint32_t transfer(Machine& m, FILE* s, uint32_t buf, uint32_t count, bool write) {
+uint32_t transfer(Machine& m, int slot, uint32_t buf, uint32_t count, bool write) {
+    FILE* s = stream_for(m, slot, write ? 2 : 1);
+    int64_t pos = 0;
+    if (write) count = disk_room(m, slot, count, &pos);
     uint32_t done = 0;
     while (done < count) {
         uint32_t room;
@@ -116,6 +152,7 @@ uint32_t transfer(Machine& m, FILE* s, uint32_t buf, uint32_t count, bool write)
         done += static_cast<uint32_t>(got);
         if (got < want) break;
     }
+    if (write) note_written(m, slot, pos, done);
     return done;
 }
 
@@ -129,19 +166,18 @@ void fread_or_fwrite(Machine& m, bool write) {
     const uint32_t count = pop_addr(m);
     get_val(m);  // element size: always read as 1
     const uint32_t buf = pop_addr(m);
-    push_cell(m, transfer(m, stream_for(m, slot, write ? 2 : 1), buf, count, write));
+    push_cell(m, transfer(m, slot, buf, count, write));
 }
 
 // Name of a listed host entry as the guest sees it, or false when it is not
-// listed: "." and "..", names that are not GB2312 (or do not convert back
-// to the same host name, so could not be opened) and names of 15 bytes or more.
+// listed: "." and "..", names whose conversion fails (not UTF-8, outside the
+// first 65,536 code points) and names of 15 bytes or more. Characters the
+// code page lacks are listed as "??".
 bool listed_name(const char* host_name, char* gb, size_t gb_size) {
     if (!std::strcmp(host_name, ".") || !std::strcmp(host_name, "..")) return false;
     bool complete = false;
     const size_t n = utf8_to_gb(host_name, std::strlen(host_name), gb, gb_size, &complete);
-    if (!complete || n >= 15) return false;
-    std::string back;
-    return gb_host_path(gb, &back) && back == host_name;
+    return complete && n < 15;
 }
 
 }  // namespace
@@ -219,6 +255,10 @@ FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, boo
     return s;
 }
 
+bool room_for_entry(const Files& f) { return disk_left(f) >= kNewEntryBytes; }
+void note_new_entry(Files& f) { f.disk_added += kNewEntryBytes; }
+void note_freed(Files& f, int64_t bytes) { f.disk_added -= bytes; }
+
 void get_name(Machine& m) {
     char norm[kPathMax];
     resolve_name(m, norm);
@@ -249,8 +289,18 @@ void c_fopen(Machine& m) {
     std::string host;
     // Other modes reach the host as they are, except the code-set form
     // (",ccs="), which would make a byte stream a wide one.
-    if (gb_host_path(m.FileName, &host) && !is_directory(host) && mode.find(',') == std::string::npos)
-        s = std::fopen(host.c_str(), mode.c_str());
+    struct stat before;
+    bool existed = false;
+    if (gb_host_path(m.FileName, &host) && !is_directory(host) && mode.find(',') == std::string::npos) {
+        existed = stat(host.c_str(), &before) == 0;
+        // A truncating open: the other slots' sizes are taken from the disk again.
+        if (existed && mode[0] == 'w') {
+            flush_all_files(m);
+            for (int64_t& size : m.fsize) size = -1;
+        }
+        // On a full disk a file can still be opened, not made.
+        if (existed || room_for_entry(m)) s = std::fopen(host.c_str(), mode.c_str());
+    }
     if (!s) {
         if (m.verbose_mode) mylog(m, "[IO] fopen FAILED: %s (mode: %s)\n", log_name(m.FileName).c_str(), mode.c_str());
         push_cell(m, 0);
@@ -259,6 +309,11 @@ void c_fopen(Machine& m) {
     m.fhandle[slot] = s;
     m.ftask[slot] = static_cast<uint8_t>(m.task_lev);
     m.last_io[slot] = 0;
+    m.fsize[slot] = file_size(s);
+    if (!existed)
+        note_new_entry(m);
+    else if (S_ISREG(before.st_mode) && m.fsize[slot] < before.st_size)
+        note_freed(m, before.st_size - m.fsize[slot]);  // truncated on opening
     m.fpath[slot] = norm;
     m.fmode[slot] = mode;
     push_cell(m, 0x80u + static_cast<uint32_t>(slot));
@@ -313,7 +368,12 @@ void c_getc(Machine& m) {
 void c_putc(Machine& m) {
     const int slot = check_handle(m);
     get_val(m);
-    const int c = slot < 0 ? EOF : std::fputc(static_cast<int>(m.a1 & 0xFF), stream_for(m, slot, 2));
+    int64_t pos = 0;
+    int c = EOF;
+    if (slot >= 0 && disk_room(m, slot, 1, &pos) == 1) {
+        c = std::fputc(static_cast<int>(m.a1 & 0xFF), stream_for(m, slot, 2));
+        if (c != EOF) note_written(m, slot, pos, 1);
+    }
     push_cell(m, c == EOF ? kTrue : static_cast<uint32_t>(c));
 }
 
@@ -326,7 +386,10 @@ void c_deletefile(Machine& m) {
     char norm[kPathMax];
     // The root itself ("/" and the like) is never removed, even when empty.
     std::string host;
-    const bool ok = resolve_name(m, norm) && norm[0] && gb_host_path(m.FileName, &host) && std::remove(host.c_str()) == 0;
+    struct stat st;
+    const bool ok = resolve_name(m, norm) && norm[0] && gb_host_path(m.FileName, &host) &&
+                    lstat(host.c_str(), &st) == 0 && std::remove(host.c_str()) == 0;
+    if (ok) note_freed(m, kNewEntryBytes + (S_ISREG(st.st_mode) && st.st_nlink == 1 ? st.st_size : 0));
     push_cell(m, ok ? kTrue : 0);
 }
 

@@ -10,6 +10,10 @@ struct Machine;
 
 inline constexpr int kMaxFiles = 16;     // handles 0x80-0x8F
 inline constexpr size_t kPathMax = 256;  // path buffers, terminator included
+// What a run may add to its guest root by default, and what a new file or
+// directory counts for.
+inline constexpr uint64_t kDefaultDiskLimit = uint64_t{256} << 20;
+inline constexpr int64_t kNewEntryBytes = 4096;
 
 // The directories a program keeps while it runs another: saved and restored
 // as a whole.
@@ -37,6 +41,15 @@ struct Files : GuestDirs {
     // in ftask) and the mode given to the host.
     std::string fpath[kMaxFiles];
     std::string fmode[kMaxFiles];
+    // The size of each open file as its slot last knew it; -1: not yet looked at.
+    int64_t fsize[kMaxFiles] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
+
+    // The bytes the run has added to the guest root: writes that extend a
+    // file (rewriting bytes it has costs nothing), and kNewEntryBytes per new
+    // file or directory, less what truncation and removal freed. A write or a
+    // new entry beyond disk_limit fails as on a full disk.
+    uint64_t disk_limit = kDefaultDiskLimit;
+    int64_t disk_added = 0;
 
     Files() = default;
     Files(const Files&) = delete;
@@ -59,6 +72,12 @@ FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, boo
 // Whether a mode string could have been given to the host by the open
 // call: r, w or a first, no zero byte, no "," (no code-set form).
 bool valid_open_mode(const std::string& mode);
+
+// Room for a new file or directory under the disk limit; note_new_entry and
+// note_freed keep the count when one is made or bytes are given back.
+bool room_for_entry(const Files& f);
+void note_new_entry(Files& f);
+void note_freed(Files& f, int64_t bytes);
 
 // Pops a guest path, normalises it and leaves its host path in FileName
 // (empty when the path is rejected).

@@ -47,10 +47,34 @@ void my_cdup(char* path) {
         path[0] = 0;
 }
 
+namespace {
+
+// The part of a GB2312 string before its first invalid pair (a byte from
+// 0x81 up whose second byte is not 0x40-0xFE), where the conversion to the
+// host's UTF-8 stops.
+std::string_view valid_gb_prefix(std::string_view s) {
+    size_t i = 0;
+    while (i < s.size() && s[i]) {
+        if (static_cast<uint8_t>(s[i]) < 0x81) {
+            ++i;
+            continue;
+        }
+        const uint8_t trail = i + 1 < s.size() ? static_cast<uint8_t>(s[i + 1]) : 0;
+        if (trail < 0x40 || trail > 0xFE) break;
+        i += 2;
+    }
+    return s.substr(0, i);
+}
+
+}  // namespace
+
 // A ".." never removes a directory: `out` ends in "/" (or is empty) whenever
 // one is met, and my_cdup keeps everything up to the last "/". So no path
-// climbs above the root, and no segment of a result begins with ".".
+// climbs above the root, and no segment of a result begins with ".". A name
+// is cut at an invalid GB2312 pair first, so the host sees the name that was
+// checked.
 int my_pathformat(const Files& f, std::string_view in, char* out) {
+    in = valid_gb_prefix(in);
     auto at = [&](size_t k) -> uint8_t { return k < in.size() ? static_cast<uint8_t>(in[k]) : 0; };
     char buf[kPathMax + 1];
     size_t n = 0, i = 0;
@@ -168,12 +192,13 @@ int my_chdir(Files& f, std::string_view guest_path) {
     return 0;
 }
 
-int my_mkdir(const Files& f, std::string_view guest_path) {
+int my_mkdir(Files& f, std::string_view guest_path) {
     char norm[kPathMax];
     std::string host;
     // The root itself is never made: a guest only makes directories in it.
-    if (!guest_to_host(f, guest_path, norm, &host) || !norm[0]) return 1;
-    // Permission bits 0 exactly as passed, a quirk kept on purpose (the umask
-    // can only take bits away).
-    return mkdir(host.c_str(), 0) == 0 ? 0 : 1;
+    if (!guest_to_host(f, guest_path, norm, &host) || !norm[0] || !room_for_entry(f)) return 1;
+    // Ordinary permissions, as files get them: 0777 less the umask.
+    if (mkdir(host.c_str(), 0777) != 0) return 1;
+    note_new_entry(f);
+    return 0;
 }

@@ -34,7 +34,7 @@ void true_name(const Files& f, const char* path, char* out);
 // Changes CD to a guest directory. Returns 0 on success, 1 otherwise.
 int my_chdir(Files& f, std::string_view guest_path);
 // Makes a guest directory with permission bits 0. Returns 0 or 1.
-int my_mkdir(const Files& f, std::string_view guest_path);
+int my_mkdir(Files& f, std::string_view guest_path);
 
 // The UTF-8 form of a GB2312 host path. False for an empty path and for
 // bytes that are not GB2312/GBK, which never reach the host.

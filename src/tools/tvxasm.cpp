@@ -1,11 +1,10 @@
 // tvxasm: assembles a .tvs source file into a .tvx program.
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "tools/asm/asm.h"
 #include "tools/asm/cli.h"
+#include "tools/common/outfile.h"
 
 namespace {
 
@@ -30,28 +29,25 @@ int main(int argc, char** argv) {
     std::string input, output;
     if (const int status = parse_in_out(argc, argv, "tvxasm", usage, &input, &output); status >= 0) return status;
     if (output.empty()) output = default_output(input);
-    if (output == input) {
-        std::fprintf(stderr, "tvxasm: output %s would overwrite the input\n", output.c_str());
+    if (output == input || same_file(input, output)) {
+        std::fprintf(stderr, "tvxasm: output %s is the input file %s: not overwritten\n", output.c_str(), input.c_str());
         return 2;
     }
 
-    std::ifstream in(input, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "tvxasm: cannot open %s\n", input.c_str());
+    std::string source, error;
+    if (!read_input_file(input, &source, &error)) {
+        std::fprintf(stderr, "tvxasm: %s: %s\n", input.c_str(), error.c_str());
         return 1;
     }
-    const std::string source((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     const AsmResult r = assemble(source, input);
     if (!r.errors.empty()) {
         for (const AsmError& e : r.errors)
             std::fprintf(stderr, "%s:%d: %s\n", e.file.c_str(), e.line, e.message.c_str());
         return 1;
     }
-    std::ofstream out(output, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(r.bytes.data()), static_cast<std::streamsize>(r.bytes.size()));
-    out.close();
-    if (!out) {
-        std::fprintf(stderr, "tvxasm: cannot write %s\n", output.c_str());
+    if (!write_output_file(output, std::string_view(reinterpret_cast<const char*>(r.bytes.data()), r.bytes.size()),
+                           &error)) {
+        std::fprintf(stderr, "tvxasm: cannot write %s: %s\n", output.c_str(), error.c_str());
         return 1;
     }
     return 0;

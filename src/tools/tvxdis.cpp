@@ -1,12 +1,14 @@
 // tvxdis: lists a .tvx program in assembler syntax.
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "tools/asm/asm.h"
 #include "tools/asm/cli.h"
+#include "tools/common/outfile.h"
 
 namespace {
 
@@ -20,30 +22,33 @@ void usage(std::FILE* to) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A closed pipe is reported as a write error, not a silent end.
+    std::signal(SIGPIPE, SIG_IGN);
     std::string input, output;
     if (const int status = parse_in_out(argc, argv, "tvxdis", usage, &input, &output); status >= 0) return status;
 
-    std::ifstream in(input, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "Can not open %s!\n", input.c_str());
+    std::string data, error;
+    if (!read_input_file(input, &data, &error)) {
+        std::fprintf(stderr, "tvxdis: %s: %s\n", input.c_str(), error.c_str());
         return 1;
     }
-    const std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::string error;
-    const std::string text = disassemble(file, &error);
+    const std::string text = disassemble(std::vector<uint8_t>(data.begin(), data.end()), &error);
     if (!error.empty()) {
-        std::fprintf(stderr, "Not valid Tovix file %s!\n", input.c_str());
+        std::fprintf(stderr, "tvxdis: %s: %s\n", input.c_str(), error.c_str());
         return 1;
     }
     if (output.empty()) {
         std::fwrite(text.data(), 1, text.size(), stdout);
-        return std::fflush(stdout) == 0 ? 0 : 1;
+        if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return 0;
+        std::fprintf(stderr, "tvxdis: cannot write standard output: %s\n", std::strerror(errno));
+        return 1;
     }
-    std::ofstream out(output, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.close();
-    if (!out) {
-        std::fprintf(stderr, "tvxdis: cannot write %s\n", output.c_str());
+    if (same_file(input, output)) {
+        std::fprintf(stderr, "tvxdis: output %s is the input file %s: not overwritten\n", output.c_str(), input.c_str());
+        return 2;
+    }
+    if (!write_output_file(output, text, &error)) {
+        std::fprintf(stderr, "tvxdis: cannot write %s: %s\n", output.c_str(), error.c_str());
         return 1;
     }
     return 0;

@@ -1,8 +1,12 @@
 // tvxrun: runs a .tvx program with no window. The program's exit code
 // becomes the process's exit status.
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <chrono>
 #include <cerrno>
 #include <cinttypes>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,9 +14,14 @@
 #include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
+#include <string_view>
+#include <ctime>
 
 #include "core/state.h"
+#include "tools/asm/asm.h"
+#include "tools/common/numbers.h"
+#include "tools/common/outfile.h"
+#include "tools/common/stop_signal.h"
 #include "tools/run/screenshot.h"
 #include "tools/run/key_script.h"
 #include "vm/machine.h"
@@ -25,6 +34,36 @@ constexpr int kStatusNoKeys = 123;
 constexpr int kStatusStepLimit = 124;
 constexpr int kStatusUsage = 125;
 constexpr int kStatusLoad = 126;
+// Instructions per run of the core at most, so that a signal or a broken
+// standard output is seen while a program runs without pause.
+constexpr uint64_t kSliceSteps = 1 << 20;
+// Longest sleep between two looks at the signal flag.
+constexpr uint64_t kLongestSleepNs = 100'000'000;
+
+
+// Sleeps for ns of real time, at most kLongestSleepNs; a signal cuts it short.
+void nap(uint64_t ns) {
+    ns = std::min(ns, kLongestSleepNs);
+    const timespec t{0, static_cast<long>(ns)};
+    nanosleep(&t, nullptr);
+}
+
+// Standard output, written as the program prints. The first failure is kept
+// and ends the run.
+struct Stdout {
+    int error = 0;
+    void write(std::string_view text) {
+        if (error || text.empty()) return;
+        if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
+            error = errno ? errno : EIO;
+    }
+    // Flushes what is left; true when everything reached standard output.
+    bool finish() {
+        if (!error && (std::fflush(stdout) != 0 || std::ferror(stdout))) error = errno ? errno : EIO;
+        if (error) std::fprintf(stderr, "tvxrun: cannot write standard output: %s\n", std::strerror(error));
+        return !error;
+    }
+};
 
 const char* const kUsage =
     "Usage: tvxrun [options] PROGRAM.tvx [ARGUMENT...]\n"
@@ -42,11 +81,16 @@ const char* const kUsage =
     "                  the start; BUTTON one of UP DOWN LEFT RIGHT A B SELECT START\n"
     "                  L1 R1 X Y; entries separated by blanks or commas\n"
     "  --keys-file F   the same script read from a file (# starts a comment)\n"
-    "  --trace         print each instruction with its code offset (stderr)\n"
+    "  --disk-limit N  bytes the run may add to the guest root (default 256M; K, M\n"
+    "                  and G suffixes); past it writes fail as on a full disk\n"
+    "  --trace         print each instruction with its code offset and operands,\n"
+    "                  string literals as text (stderr)\n"
     "  --stats         print the instruction count and speed (stderr)\n"
     "  --log-stdout    write the machine log to standard output (default: stderr)\n"
     "  --root DIR      guest root directory, the guest's \"/\" (default: the\n"
-    "                  directory holding the program); the configuration is read\n"
+    "                  directory holding the program when PROGRAM has a \"/\" in\n"
+    "                  it, else TovixOS/; so run ./game.tvx to make the current\n"
+    "                  directory the root); the configuration is read\n"
     "                  from DIR/System/Config.ini (default: TovixOS/System/Config.ini)\n"
     "  --screenshot F.png\n"
     "                  when the run ends, write the visible screen at guest size\n"
@@ -69,11 +113,15 @@ const char* const kUsage =
     "tvxrun --compare-png A.png B.png compares two pictures pixel by pixel:\n"
     "status 0 when they are the same, 1 when not, 125 when one is unreadable.\n"
     "\n"
-    "Exit status: the program's exit code; 122 a screenshot or dump could not\n"
-    "be written; 123 the program waited for a key after the key script had\n"
-    "ended; 124 step limit reached; 125 usage error; 126 the program or the\n"
-    "state could not be loaded (a state file that is cut short, damaged or of\n"
-    "another format version changes nothing).\n";
+    "SIGINT, SIGTERM and SIGHUP end the run: the program's open files are\n"
+    "written out and closed, and the status is 128 + the signal's number.\n"
+    "\n"
+    "Exit status: the program's exit code; 122 standard output, a screenshot,\n"
+    "dump or state could not be written; 123 the program waited for a key\n"
+    "after the key script had ended; 124 step limit reached; 125 usage error\n"
+    "(also a --root that is not a directory, a number out of range); 126 the\n"
+    "program or the state could not be loaded (a state file that is cut short,\n"
+    "damaged or of another format version changes nothing).\n";
 
 // One line of the trace: offset, mnemonic and operands as encoded.
 void trace_line(const Machine& m) {
@@ -116,7 +164,18 @@ void trace_line(const Machine& m) {
             text += buf;
             break;
         }
-        case Operand::String: text += " \"...\""; break;
+        case Operand::String: {
+            // The literal as the machine reads it, up to its terminator (the
+            // secret byte) or the end of the image, cut after 48 bytes.
+            constexpr uint32_t kShown = 48;
+            uint32_t end = pc + 1;
+            while (end < m.code_end && m.code[end] != m.secret && end - pc - 1 <= kShown) ++end;
+            const uint32_t len = end - pc - 1;
+            text += ' ';
+            append_literal(text, m.code + pc + 1, std::min(len, kShown), m.secret);
+            if (len > kShown) text += "...";
+            break;
+        }
         case Operand::Preset:
             std::snprintf(buf, sizeof buf, " 0x%X, (%u bytes)", num(pc + 1, n < 0 ? (m.RamBits > 16 ? 3 : 2) : n),
                           num(pc + 1 + (m.RamBits > 16 ? 3u : 2u), 2));
@@ -146,9 +205,34 @@ int compare_png(const char* a, const char* b) {
 }
 
 // WxH with both sides 1-4096.
-bool parse_size(const char* text, int* w, int* h) {
-    char tail = 0;
-    return std::sscanf(text, "%dx%d%c", w, h, &tail) == 2 && *w >= 1 && *w <= 4096 && *h >= 1 && *h <= 4096;
+bool parse_size(std::string_view text, int* w, int* h) {
+    const size_t x = text.find('x');
+    uint64_t a = 0, b = 0;
+    if (x == std::string_view::npos || !parse_decimal(text.substr(0, x), 4096, &a) ||
+        !parse_decimal(text.substr(x + 1), 4096, &b) || a == 0 || b == 0)
+        return false;
+    *w = static_cast<int>(a);
+    *h = static_cast<int>(b);
+    return true;
+}
+
+// BYTES, or a number of KiB, MiB or GiB with the suffix K, M or G.
+bool parse_bytes(std::string_view text, uint64_t* out) {
+    int shift = 0;
+    if (!text.empty()) {
+        const char unit = text.back();
+        shift = unit == 'K' ? 10 : unit == 'M' ? 20 : unit == 'G' ? 30 : 0;
+        if (shift) text.remove_suffix(1);
+    }
+    uint64_t n = 0;
+    if (!parse_decimal(text, UINT64_MAX >> shift, &n)) return false;
+    *out = n << shift;
+    return true;
+}
+
+bool is_directory(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 // The pictures asked for on the command line, written when the run ends.
@@ -178,6 +262,7 @@ struct Outputs {
 
 int main(int argc, char** argv) {
     uint64_t max_steps = UINT64_MAX;
+    uint64_t disk_limit = LoadOptions{}.disk_limit;
     bool trace = false, stats = false, log_stdout = false, virtual_clock = false;
     std::string key_script;
     std::string root;
@@ -193,10 +278,14 @@ int main(int argc, char** argv) {
             std::fputs(kUsage, stdout);
             return 0;
         } else if (program.empty() && a == "--max-steps" && i + 1 < argc) {
-            char* end = nullptr;
-            max_steps = std::strtoull(argv[++i], &end, 10);
-            if (!end || *end || max_steps == 0) {
-                std::fprintf(stderr, "tvxrun: --max-steps needs a positive number\n");
+            if (!parse_decimal(argv[++i], UINT64_MAX - 1, &max_steps) || max_steps == 0) {
+                std::fprintf(stderr, "tvxrun: --max-steps takes a positive whole number, not %s\n", argv[i]);
+                return kStatusUsage;
+            }
+        } else if (program.empty() && a == "--disk-limit" && i + 1 < argc) {
+            if (!parse_bytes(argv[++i], &disk_limit)) {
+                std::fprintf(stderr, "tvxrun: --disk-limit takes a number of bytes (K, M or G may follow), not %s\n",
+                             argv[i]);
                 return kStatusUsage;
             }
         } else if (program.empty() && a == "--clock" && i + 1 < argc) {
@@ -222,6 +311,10 @@ int main(int argc, char** argv) {
             stats = true;
         } else if (program.empty() && a == "--root" && i + 1 < argc) {
             root = argv[++i];
+            if (!is_directory(root)) {
+                std::fprintf(stderr, "tvxrun: --root %s is not a directory\n", root.c_str());
+                return kStatusUsage;
+            }
         } else if (program.empty() && a == "--log-stdout") {
             log_stdout = true;
         } else if (program.empty() && a == "--screenshot" && i + 1 < argc) {
@@ -238,7 +331,11 @@ int main(int argc, char** argv) {
         } else if (program.empty() && a == "--state-out" && i + 1 < argc) {
             state_out = argv[++i];
         } else if (program.empty() && a.size() > 1 && a[0] == '-') {
-            std::fprintf(stderr, "tvxrun: unknown option %s\n%s", a.c_str(), kUsage);
+            const bool known = a == "--max-steps" || a == "--disk-limit" || a == "--clock" || a == "--keys" ||
+                               a == "--keys-file" || a == "--root" || a == "--screenshot" ||
+                               a == "--screenshot-size" || a == "--dump-planes" || a == "--state-in" ||
+                               a == "--state-out";
+            std::fprintf(stderr, "tvxrun: %s %s (tvxrun --help lists the options)\n", known ? "missing value after" : "unknown option", a.c_str());
             return kStatusUsage;
         } else if (program.empty()) {
             program = a;
@@ -252,12 +349,23 @@ int main(int argc, char** argv) {
         return kStatusUsage;
     }
     if (program.empty() && state_in.empty()) {
-        std::fputs(kUsage, stderr);
+        std::fputs("Usage: tvxrun [options] PROGRAM.tvx [ARGUMENT...]\n"
+                   "       tvxrun [options] --state-in STATE\n"
+                   "tvxrun --help lists the options\n", stderr);
         return kStatusUsage;
     }
     if (outputs.frame_w && outputs.screenshot.empty()) {
         std::fprintf(stderr, "tvxrun: --screenshot-size needs --screenshot\n");
         return kStatusUsage;
+    }
+    // An output never replaces the program or the state it runs from (a
+    // state may be saved over the one it was loaded from).
+    for (const std::string* out : {&outputs.screenshot, &outputs.planes, &state_out}) {
+        for (const std::string* in : {&program, &state_in}) {
+            if (out->empty() || in->empty() || (out == &state_out && in == &state_in) || !same_file(*out, *in)) continue;
+            std::fprintf(stderr, "tvxrun: output %s is the input file %s: not overwritten\n", out->c_str(), in->c_str());
+            return kStatusUsage;
+        }
     }
 
     std::vector<KeyEvent> events;
@@ -268,12 +376,21 @@ int main(int argc, char** argv) {
     }
     KeyScript script{std::move(events)};
 
+    // The signals end the run between two slices; a closed pipe on standard
+    // output is a write error.
+    install_stop_signals();
+    std::signal(SIGPIPE, SIG_IGN);
+    Stdout out;
     Core core;
-    FILE* log_to = log_stdout ? stdout : stderr;
-    core.sinks.log = [log_to](std::string_view text) {
-        std::fwrite(text.data(), 1, text.size(), log_to);
-        std::fflush(log_to);
-    };
+    core.sinks.console = [&out](std::string_view text) { out.write(text); };
+    if (log_stdout) {
+        core.sinks.log = [&out](std::string_view text) { out.write(text); };
+    } else {
+        core.sinks.log = [](std::string_view text) {
+            std::fwrite(text.data(), 1, text.size(), stderr);
+            std::fflush(stderr);
+        };
+    }
     if (trace) core.sinks.trace = trace_line;
     if (!state_in.empty()) {
         std::ifstream in(state_in, std::ios::binary);
@@ -290,12 +407,14 @@ int main(int argc, char** argv) {
         }
         virtual_clock = saved_virtual;
         script.skip_until(core_time(core));
+        core_set_disk_limit(core, disk_limit);
     } else {
         LoadOptions load;
         load.program = program;
         load.args = args;
         load.root = root;
         load.virtual_clock = virtual_clock;
+        load.disk_limit = disk_limit;
         if (const std::string err = core_load(core, load); !err.empty()) {
             std::fprintf(stderr, "tvxrun: %s\n", err.c_str());
             return kStatusLoad;
@@ -305,10 +424,10 @@ int main(int argc, char** argv) {
     const auto t0 = std::chrono::steady_clock::now();
     uint64_t steps = 0;
     bool starved = false;
-    while (steps < max_steps) {
+    while (steps < max_steps && !g_stop_signal && !out.error) {
         script.apply_due(core, core_time(core));
         const uint64_t next = script.next_ns();
-        const RunResult r = core_run(core, {next, max_steps - steps});
+        const RunResult r = core_run(core, {next, std::min(max_steps - steps, kSliceSteps)});
         steps += r.steps;
         if (r.status == RunStatus::Ended) break;
         if (r.status != RunStatus::Waiting) continue;
@@ -326,7 +445,16 @@ int main(int argc, char** argv) {
         if (virtual_clock)
             core_set_time(core, until);
         else if (until > core_time(core))
-            std::this_thread::sleep_for(std::chrono::nanoseconds(until - core_time(core)));
+            nap(until - core_time(core));
+    }
+    if (g_stop_signal || out.error) {
+        // Asked to end, or nothing more can be shown: what the program wrote
+        // to its files is kept, nothing else is written.
+        core_close_files(core);
+        if (!out.finish()) return kStatusOutput;
+        std::fprintf(stderr, "tvxrun: ended by signal %d (%s)\n", static_cast<int>(g_stop_signal),
+                     strsignal(g_stop_signal));
+        return 128 + g_stop_signal;
     }
     const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     if (!state_out.empty()) {
@@ -334,17 +462,17 @@ int main(int argc, char** argv) {
         // skips them.
         script.apply_due(core, core_time(core));
         const std::vector<uint8_t> bytes = core_save_state(core);
-        std::ofstream out(state_out, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        if (!out.flush()) {
-            std::fprintf(stderr, "tvxrun: cannot write %s\n", state_out.c_str());
+        std::string why;
+        if (!write_output_file(state_out, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+                               &why)) {
+            std::fprintf(stderr, "tvxrun: cannot write %s: %s\n", state_out.c_str(), why.c_str());
             core_close_files(core);
             return kStatusOutput;
         }
     }
     // Files the program left open are written out as the run ends.
     core_close_files(core);
-    std::fflush(stdout);
+    if (!out.finish()) return kStatusOutput;
     if (stats)
         std::fprintf(stderr, "tvxrun: %" PRIu64 " instructions in %.3f s (%.1f million/s)\n", steps, secs,
                      secs > 0 ? static_cast<double>(steps) / secs / 1e6 : 0.0);

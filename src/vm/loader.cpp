@@ -1,5 +1,6 @@
 #include "vm/loader.h"
 
+#include "base/strformat.h"
 #include "base/tvx_header.h"
 
 #include "fs/path.h"
@@ -10,13 +11,11 @@
 #include <new>
 
 void mylog(Machine& m, const char* fmt, ...) {
-    char buf[1024];
     va_list ap;
     va_start(ap, fmt);
-    const int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
+    const std::string text = vstrformat(fmt, ap);
     va_end(ap);
-    if (n < 0) return;
-    m.host->log(std::string_view(buf, std::min<size_t>(static_cast<size_t>(n), sizeof buf - 1)));
+    if (!text.empty()) m.host->log(text);
 }
 
 void set_image(Cpu& c, std::unique_ptr<TvxImage> img) {

@@ -46,13 +46,19 @@ TEST(Tvm2Program, BannerHelpAndMissingOrBrokenPrograms) {
     r = run_tvm2(d.str(), "-v GAME.TVX");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "Verbose mode enabled\nFile is not a .tvx file: " + d.str() + "/GAME.TVX\n");
-    EXPECT_EQ(r.err, "Error: No .tvx file specified or file not found.\nUsage: " + kBin + " <file.tvx> [test_func]\n");
+    EXPECT_EQ(r.err, "tvm2: " + d.str() + "/GAME.TVX: not a program file name: it must end in .tvx (lower case)\n" +
+                         "Error: No .tvx file specified or file not found.\nUsage: " + kBin + " <file.tvx> [test_func]\n");
 
     // A file that is not a program: the loader's reason, status 126.
     write_file(d.path / "junk.tvx", "not a program");
     r = run_tvm2(d.str(), "junk.tvx");
     EXPECT_EQ(r.status, 126);
     EXPECT_EQ(r.err, "tvm2: " + d.str() + "/junk.tvx: not a Tovix program\n");
+
+    // No display and no driver chosen: an error, not a run nobody sees.
+    r = run_in(d.str(), "env -u SDL_VIDEODRIVER -u DISPLAY -u WAYLAND_DISPLAY timeout 10 '" + kBin + "' game.tvx");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("tvm2: no display"), std::string::npos) << r.err;
 }
 
 // A program named on the command line runs once: when it exits the window
@@ -81,9 +87,9 @@ TEST(Tvm2Program, SingleProgramRunsOnceAndPrintsToStandardOutput) {
     EXPECT_EQ(r.err, "");
 }
 
-// A program found in a directory starts again whenever it exits, until the
-// window is closed (here by an interrupt, as by its close button). Files the
-// guest left open and unflushed are written out on the way.
+// A program found in a directory starts again whenever it exits, until a
+// signal ends tvm2 with 128 + its number. Files the guest left open and
+// unflushed are written out on the way.
 TEST(Tvm2Program, DirectoryProgramRunsUntilClosedAndKeepsWhatItWrote) {
     TempDir d;
     fs::create_directories(d.path / "TovixOS");
@@ -108,12 +114,11 @@ TEST(Tvm2Program, DirectoryProgramRunsUntilClosedAndKeepsWhatItWrote) {
                 "        push_int 300\n"
                 "        c_delay\n"
                 "        good_exit\n");
-    for (const char* signal : {"INT", "TERM"}) {
+    for (const auto& [signal, status] : {std::pair{"INT", 130}, {"TERM", 143}, {"HUP", 129}}) {
         SCOPED_TRACE(signal);
         fs::remove(d.path / "games" / "kept.txt");
-        const Process r =
-            run_in(d.str(), "timeout --preserve-status -s " + std::string(signal) + " 2 '" + kBin + "' games");
-        EXPECT_EQ(r.status, 0);
+        const Process r = run_in(d.str(), "timeout --preserve-status -s " + (signal + (" 2 '" + kBin)) + "' games");
+        EXPECT_EQ(r.status, status);
         // Each run wrote before it printed, and it printed at least twice.
         size_t runs = 0;
         for (size_t at = 0; (at = r.out.find("open\n", at)) != std::string::npos; at += 5) ++runs;

@@ -63,7 +63,9 @@ TEST(CommandLine, RefusedFilesMissingPathsAndTestDirectoriesWithoutProgram) {
     fs::create_directories(d.path / "tests");
     Parse p(d.path, {"GAME.TVX", "notes.tvx.txt", "gone", "tests", "testFunc"});
     EXPECT_EQ(p.status, 1);
-    EXPECT_EQ(p.err, kNoProgram);
+    EXPECT_EQ(p.err, "tvm2: " + d.str() + "/GAME.TVX: not a program file name: it must end in .tvx (lower case)\n" +
+                         "tvm2: " + d.str() + "/notes.tvx.txt: not a program file name: it must end in .tvx (lower case)\n" +
+                         kNoProgram);
     EXPECT_EQ(p.log, "File is not a .tvx file: " + d.str() + "/GAME.TVX\n" +
                          "File is not a .tvx file: " + d.str() + "/notes.tvx.txt\n" +
                          "Path not found: " + d.str() + "/gone\n" +
@@ -71,6 +73,12 @@ TEST(CommandLine, RefusedFilesMissingPathsAndTestDirectoriesWithoutProgram) {
                          "Unit test mode: dir=" + d.str() + "/tests, func=testFunc\n");
     EXPECT_EQ(p.st.unit_test_dir, d.str() + "/tests");
     EXPECT_EQ(p.st.tvxProgArgs, "testFunc");
+    // With a program after them, a test directory and function run.
+    write_file(d.path / "p.tvx", "");
+    Parse q(d.path, {"tests", "testFunc", "p.tvx", "w"});
+    EXPECT_FALSE(q.status.has_value());
+    EXPECT_EQ(q.st.unit_test_mode, 1);
+    EXPECT_EQ(q.st.tvxProgArgs, "testFunc " + d.str() + "/w");
 }
 
 TEST(CommandLine, ArgumentStringAndNamesAreCut) {
@@ -100,6 +108,17 @@ TEST(RootSearch, FindDirLooksDownToTheGivenDepthAndSkipsHiddenDirectories) {
     EXPECT_EQ(out, d.str() + "/.hid");
     EXPECT_EQ(findDir(out, d.str() + "/missing", "TovixOS", 0, 3), 0);
     EXPECT_EQ(findFirstTvxFile(out, d.str() + "/missing"), 0);
+    // Links are not followed (they lead into /proc/PID/cwd and back up the tree).
+    fs::create_directories(d.path / "l");
+    fs::create_directory_symlink(d.path / "a" / "b", d.path / "l" / "link");
+    EXPECT_EQ(findDir(out, d.str() + "/l", "TovixOS", 0, 3), 0);
+    // Kernel and device file systems are never searched: each name lies one level below "/".
+    for (const char* name : {"kernel", "self", "pts"}) {
+        SCOPED_TRACE(name);
+        out.clear();
+        findDir(out, "/", name, 0, 1);
+        EXPECT_TRUE(out != "/sys" && out != "/proc" && out != "/dev" && !out.starts_with("//")) << out;
+    }
 }
 
 TEST(RootSearch, CandidatesInOrderThenSearchesThenTheLastResort) {

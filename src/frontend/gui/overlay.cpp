@@ -88,8 +88,10 @@ void vline(Surface16& s, int x, int y0, int y1, uint16_t c) {
     for (int y = y0; y <= y1; ++y) put(s, x, y, c);
 }
 
-// Darkened rectangle with a one-pixel white frame on its edges.
+// Rectangle darkened to a quarter (text stays legible over a white picture)
+// with a one-pixel white frame on its edges.
 void panel(Surface16& s, int x, int y, int w, int h) {
+    mes_darken(s, x, y, w, h);
     mes_darken(s, x, y, w, h);
     hline(s, x, x + w - 1, y, kMesWhite);
     hline(s, x, x + w - 1, y + h - 1, kMesWhite);
@@ -167,51 +169,62 @@ void draw_fps(Surface16& s, int fps_frames, int fps_need_frames, int screen_widt
     mesDrawString(s, x, y, text, kMesGreen, kMesBlack);
 }
 
-void draw_keymap_sdl(Surface16& s, std::string_view program_name) {
-    // Inside the middle 240x160 of a 320x240 surface, the part a 240x160
-    // guest screen shows.
-    constexpr int X = 42, Y = 44, W = 235, H = 152, kRowCount = 8;
+void draw_keymap_sdl(Surface16& s, const OverlayArea& area, std::string_view program_name) {
+    // Two columns of at most 9 + 5 and 9 + 4 characters, 4 pixels apart:
+    // 232x148, so the panel fits the smallest picture shown in the 320x240
+    // surface (a 240x160 screen) and is centred in what is visible.
+    constexpr int W = 232, H = 148;
+    const int X = area.x + (area.w - W) / 2, Y = area.y + (area.h - H) / 2;
     panel(s, X, Y, W, H);
-    mesDrawString(s, X + (W - 88) / 2, Y + 8, "Key Mapping", kMesWhite, kMesTransparent);
-    hline(s, 44, 274, Y + 18, kMesGreen);
-    vline(s, X + 117, Y + 19, Y + H - 28, kMesGreen);
-
-    // Labels as the panel has always shown them (L1+SEL for the counter,
-    // R1+SEL for the grid), although the chords do the opposite.
-    static constexpr const char* kRows[kRowCount][4] = {
-        {"Arrows", "D-Pad", "Tab/PgUp", "L1"},      {"L/Space", "A", "BS/PgDn", "R1"},
-        {"K/LCtrl", "B", "L1+SEL", "FPS"},          {"P/LShift", "X", "R1+SEL", "Grid"},
-        {"O/LAlt", "Y", "Select", "Menu"},          {"5/RCtrl", "SEL", "6/Enter", "Start"},
-        {"SEL+START", "Exit", "Alt+Ent", "Full"},   {"F5", "Save", "F9", "Load"},
+    mesDrawString(s, X + (W - 88) / 2, Y + 5, "Key Mapping", kMesWhite, kMesTransparent);
+    hline(s, X + 2, X + W - 3, Y + 15, kMesGreen);
+    vline(s, X + 116, Y + 16, Y + 120, kMesGreen);
+    // The buttons, then the host's own keys and chords, as they act.
+    static constexpr const char* kButtons[][2] = {
+        {"Arrows", "D-Pad"}, {"L/Space", "A"}, {"K/LCtrl", "B"},   {"P/LShift", "X"},    {"O/LAlt", "Y"},
+        {"Tab/PgUp", "L1"},  {"BS/PgDn", "R1"}, {"5/RCtrl", "Sel"}, {"6/Enter", "Start"},
     };
-    for (int i = 0; i < kRowCount; ++i) {
-        const int y = Y + 23 + 12 * i;
-        mesDrawString(s, 48, y, kRows[i][0], kMesYellow, kMesTransparent);
-        mesDrawString(s, 114, y, kRows[i][1], kMesWhite, kMesTransparent);
-        mesDrawString(s, X + 117 + 6, y, kRows[i][2], kMesYellow, kMesTransparent);
-        mesDrawString(s, X + 117 + 72, y, kRows[i][3], kMesWhite, kMesTransparent);
+    static constexpr const char* kHostKeys[][2] = {
+        {"Sel+Start", "Exit"}, {"Esc", "Exit"}, {"L1+Sel", "Grid"}, {"R1+Sel", "FPS"},
+        {"Alt+Ent", "Full"},   {"F1", "Keys"},  {"F5", "Save"},     {"F9", "Load"},
+    };
+    int y = Y + 19;
+    for (const auto& [key, what] : kButtons) {
+        mesDrawString(s, X + 4, y, key, kMesYellow, kMesTransparent);
+        mesDrawString(s, X + 72, y, what, kMesWhite, kMesTransparent);
+        y += 11;
     }
-
-    hline(s, 44, 274, Y + H - 28, kMesGreen);
-    mesDrawString(s, X + (W - 64) / 2, Y + H - 20, "F1 to hide", kMesLightBlue, kMesTransparent);
-    const std::string footer = std::string(program_name) + " v0.1";
-    mesDrawString(s, X + (W - text_width(footer)) / 2, Y + H - 8, footer, kMesGrey, kMesTransparent);
+    y = Y + 19;
+    for (const auto& [key, what] : kHostKeys) {
+        mesDrawString(s, X + 120, y, key, kMesYellow, kMesTransparent);
+        mesDrawString(s, X + 196, y, what, kMesWhite, kMesTransparent);
+        y += 11;
+    }
+    hline(s, X + 2, X + W - 3, Y + 120, kMesGreen);
+    mesDrawString(s, X + (W - 80) / 2, Y + 124, "F1 to hide", kMesLightBlue, kMesTransparent);
+    // The program's name, cut to what fits.
+    const std::string footer = (std::string(program_name) + " v0.1").substr(0, (W - 8) / 8);
+    mesDrawString(s, X + (W - text_width(footer)) / 2, Y + 136, footer, kMesGrey, kMesTransparent);
 }
 
-void draw_unit_test_info(Surface16& s, uint32_t elapsed_ms, std::string_view func, std::string_view dir) {
-    constexpr int W = 280, H = 80;
-    const int x = (s.w - W) / 2, y = (s.h - H) / 2;
+void draw_unit_test_info(Surface16& s, const OverlayArea& area, uint32_t elapsed_ms, std::string_view func,
+                         std::string_view dir) {
+    // 280x80, narrower where less is visible; the names cut to what fits.
+    const int W = std::min(280, area.w - 4), H = 80;
+    const int x = area.x + (area.w - W) / 2, y = area.y + (area.h - H) / 2;
+    const size_t func_room = static_cast<size_t>(std::max(0, (W - 58) / 8));
+    const size_t dir_room = static_cast<size_t>(std::max(0, (W - 56) / 8));
     const unsigned sec = elapsed_ms / 1000;
     char clock[32];
     std::snprintf(clock, sizeof clock, "%02u:%02u:%02u", sec / 3600, sec % 3600 / 60, sec % 60);
 
     panel(s, x, y, W, H);
     mesDrawString(s, x + (W - 72) / 2, y + 8, "Unit Test", kMesWhite, kMesTransparent);
-    hline(s, x + 2, x + 277, y + 18, kMesGreen);
+    hline(s, x + 2, x + W - 3, y + 18, kMesGreen);
     mesDrawString(s, x + 10, y + 26, "Func:", kMesYellow, kMesTransparent);
-    mesDrawString(s, x + 50, y + 26, func.substr(0, 30), kMesWhite, kMesTransparent);
+    mesDrawString(s, x + 50, y + 26, func.substr(0, func_room), kMesWhite, kMesTransparent);
     mesDrawString(s, x + 10, y + 42, "Time:", kMesYellow, kMesTransparent);
     mesDrawString(s, x + 50, y + 42, clock, kMesLightBlue, kMesTransparent);
     mesDrawString(s, x + 10, y + 58, "Dir:", kMesYellow, kMesTransparent);
-    mesDrawString(s, x + 40, y + 58, dir.substr(0, 28), kMesGrey, kMesTransparent);
+    mesDrawString(s, x + 48, y + 58, dir.substr(0, dir_room), kMesGrey, kMesTransparent);
 }

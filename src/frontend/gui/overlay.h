@@ -42,12 +42,18 @@ void mes_darken(Surface16& s, int x, int y, int w, int h);
 // the left for a 240x160 one.
 void draw_fps(Surface16& s, int fps_frames, int fps_need_frames, int screen_width, int screen_height);
 
-// The key-map panel at (42, 44), 235x152, whatever the surface size: the
-// buttons, the host chords and the quick save and load keys; the footer
-// names the program (program_name followed by " v0.1").
-void draw_keymap_sdl(Surface16& s, std::string_view program_name);
+// The part of a surface the window shows.
+struct OverlayArea {
+    int x = 0, y = 0, w = 0, h = 0;
+};
 
-// The unit-test panel, 280x80, centred: the test function (first 30
-// characters), the time since the test started as hh:mm:ss and the directory
-// (first 28 characters).
-void draw_unit_test_info(Surface16& s, uint32_t elapsed_ms, std::string_view func, std::string_view dir);
+// The key-map panel, 232x148, centred in area: the buttons and the host's
+// keys and chords as they act; the footer names the program (program_name
+// followed by " v0.1", cut to fit).
+void draw_keymap_sdl(Surface16& s, const OverlayArea& area, std::string_view program_name);
+
+// The unit-test panel, 280x80 (narrower when area is), centred in area: the
+// test function, the time since the test started as hh:mm:ss and the
+// directory, each name cut to what fits.
+void draw_unit_test_info(Surface16& s, const OverlayArea& area, uint32_t elapsed_ms, std::string_view func,
+                         std::string_view dir);

@@ -10,8 +10,9 @@
 #include <set>
 #include <unordered_map>
 
-#include "base/tvx_header.h"
 #include "base/opcodes.h"
+#include "base/strformat.h"
+#include "base/tvx_header.h"
 
 namespace {
 
@@ -20,12 +21,11 @@ namespace {
 constexpr int64_t kValueLimit = int64_t{1} << 48;
 
 __attribute__((format(printf, 1, 2))) std::string format(const char* fmt, ...) {
-    char buf[512];
     va_list ap;
     va_start(ap, fmt);
-    std::vsnprintf(buf, sizeof buf, fmt, ap);
+    std::string text = vstrformat(fmt, ap);
     va_end(ap);
-    return buf;
+    return text;
 }
 
 bool is_word_char(char c) {

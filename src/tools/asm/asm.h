@@ -24,3 +24,7 @@ AsmResult assemble(std::string_view source, std::string_view file_name);
 // gives back the same bytes. Sets *error and returns "" when the data is not
 // a .tvx file (shorter than 16 bytes, wrong magic or version).
 std::string disassemble(const std::vector<uint8_t>& file, std::string* error);
+
+// Appends the n bytes at p, each XOR xor_key, as a quoted assembler string
+// with the escapes tvxasm reads.
+void append_literal(std::string& out, const uint8_t* p, size_t n, uint8_t xor_key);

@@ -28,6 +28,8 @@ void appendf(std::string& out, const char* fmt, auto... args) {
     out += buf;
 }
 
+}  // namespace
+
 void append_literal(std::string& out, const uint8_t* p, size_t n, uint8_t xor_key) {
     out += '"';
     for (size_t k = 0; k < n; ++k) {
@@ -45,6 +47,8 @@ void append_literal(std::string& out, const uint8_t* p, size_t n, uint8_t xor_ke
     }
     out += '"';
 }
+
+namespace {
 
 void append_header(std::string& out, const std::vector<uint8_t>& f) {
     const uint8_t flags = f[8];
@@ -78,8 +82,8 @@ std::string label(uint32_t offset) {
 }  // namespace
 
 std::string disassemble(const std::vector<uint8_t>& file, std::string* error) {
-    if (!tvx_header::is_header(file.data(), file.size())) {
-        if (error) *error = "not a .tvx file";
+    if (const std::string problem = tvx_header::problem(file.data(), file.size()); !problem.empty()) {
+        if (error) *error = problem;
         return "";
     }
     if (error) error->clear();
@@ -165,7 +169,7 @@ std::string disassemble(const std::vector<uint8_t>& file, std::string* error) {
             case Operand::Mark24: appendf(out, " %u", read_le(file, at, 3)); break;
             case Operand::Target: {
                 const uint32_t t = read_le(file, at, 3);
-                if (labelled.count(t)) out += " " + label(t);
+                if (labelled.count(t)) out.append(" ").append(label(t));
                 else appendf(out, " 0x%06X", t);
                 break;
             }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "tools/common/numbers.h"
+
 namespace {
 
 constexpr const char* kButtons[13] = {"", "UP", "DOWN", "LEFT", "RIGHT", "A", "B", "SELECT", "START", "L1", "R1", "X", "Y"};
@@ -41,10 +43,11 @@ bool parse_key_script(const std::string& text, std::vector<KeyEvent>* events, st
         int button = 0;
         for (int b = 1; b <= 12; ++b)
             if (name == kButtons[b]) button = b;
-        char* stop = nullptr;
-        const unsigned long long at = colon == std::string::npos ? 0 : std::strtoull(item.c_str(), &stop, 10);
-        if (colon == std::string::npos || colon == 0 || stop != item.c_str() + colon || button == 0) {
-            *error = "bad key event \"" + item + "\" (want TIME:BUTTON, TIME:BUTTON+ or TIME:BUTTON-)";
+        uint64_t at = 0;
+        if (colon == std::string::npos || !parse_decimal(std::string_view(item).substr(0, colon), kMaxKeyTimeMs, &at) ||
+            button == 0) {
+            *error = "bad key event \"" + item + "\" (want TIME:BUTTON, TIME:BUTTON+ or TIME:BUTTON-, TIME in ms " +
+                     "at most " + std::to_string(kMaxKeyTimeMs) + ")";
             return false;
         }
         if (sign != '-') events->push_back({at, button, true});

@@ -8,6 +8,10 @@
 
 #include "core/core.h"
 
+// Latest event time, in ms (some 31 years): far from where the implied
+// release or the time in ns wraps around.
+inline constexpr uint64_t kMaxKeyTimeMs = 1'000'000'000'000;
+
 // One scripted change of a button at a time in milliseconds from the start.
 struct KeyEvent {
     uint64_t at_ms = 0;
@@ -17,7 +21,8 @@ struct KeyEvent {
 
 // Parses "TIME:NAME+" (press), "TIME:NAME-" (release) and "TIME:NAME" (press,
 // released 100 ms later), separated by blanks, commas or new lines; "#"
-// starts a comment. Returns false and sets *error on a bad entry.
+// starts a comment; TIME is digits only, at most kMaxKeyTimeMs. Returns
+// false and sets *error on a bad entry.
 bool parse_key_script(const std::string& text, std::vector<KeyEvent>* events, std::string* error);
 
 // Feeds a key script to a core as guest time passes.

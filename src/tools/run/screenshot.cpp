@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tools/common/outfile.h"
 #include "vm/machine.h"
 
 namespace {
@@ -65,12 +66,21 @@ bool write_png(const RgbImage& image, const std::string& path, std::string* erro
     png.width = static_cast<png_uint_32>(image.w);
     png.height = static_cast<png_uint_32>(image.h);
     png.format = PNG_FORMAT_RGB;
-    if (!png_image_write_to_file(&png, path.c_str(), 0, image.rgb.data(), 0, nullptr)) {
-        *error = png.message[0] ? png.message : std::strerror(errno);
+    // Encoded in memory first: libpng's own file writer removes the path
+    // when a write fails, even when it is not a file it made.
+    png_alloc_size_t size = 0;
+    std::string bytes;
+    if (png_image_write_to_memory(&png, nullptr, &size, 0, image.rgb.data(), 0, nullptr)) {
+        bytes.resize(size);
+        if (!png_image_write_to_memory(&png, bytes.data(), &size, 0, image.rgb.data(), 0, nullptr)) size = 0;
+    }
+    if (size == 0) {
+        *error = png.message[0] ? png.message : "cannot encode the picture";
         png_image_free(&png);
         return false;
     }
-    return true;
+    bytes.resize(size);
+    return write_output_file(path, bytes, error);
 }
 
 bool read_png(const std::string& path, RgbImage* image, std::string* error) {
@@ -118,15 +128,6 @@ bool same_pixels(const RgbImage& a, const RgbImage& b, std::string* difference) 
 }
 
 bool dump_planes(const Machine& m, const std::string& path, std::string* error) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) {
-        *error = std::strerror(errno);
-        return false;
-    }
-    const bool ok = std::fwrite(m.ScreenBuffer, 1, sizeof m.ScreenBuffer, f) == sizeof m.ScreenBuffer;
-    if (std::fclose(f) != 0 || !ok) {
-        *error = "write failed";
-        return false;
-    }
-    return true;
+    return write_output_file(path, std::string_view(reinterpret_cast<const char*>(m.ScreenBuffer), sizeof m.ScreenBuffer),
+                             error);
 }
