@@ -201,8 +201,6 @@ bool core_ended(const Core& core) { return core.loaded() && core.machine->exited
 
 int32_t core_exit_code(const Core& core) { return core.loaded() ? core.machine->exit_code : -1; }
 
-static_assert(LoadOptions{}.disk_limit == kDefaultDiskLimit);
-
 void core_set_disk_limit(Core& core, uint64_t bytes) {
     if (core.loaded()) core.machine->disk_limit = bytes;
 }

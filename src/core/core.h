@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "display/frame.h"
+#include "fs/files.h"
 #include "vm/wait.h"
 
 struct Machine;
@@ -60,7 +61,7 @@ struct LoadOptions {
     // Bytes the run may add to its guest root (file growth, and 4 KiB per
     // new file or directory, less what it frees); past it writes fail as on
     // a full disk.
-    uint64_t disk_limit = 256 << 20;
+    uint64_t disk_limit = kDefaultDiskLimit;
 };
 
 // Where the log and the guest's console text go (UTF-8). Unset: standard

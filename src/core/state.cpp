@@ -509,7 +509,9 @@ void get_clock(Reader& in, Machine& m) {
     m.clock = GuestClock{};
     m.clock.virtual_time = r.flag();
     const uint64_t now = r.below(r.u64(), kMaxGuestNs, "guest time");
-    m.clock.calendar_offset_s = r.ranged(r.i64(), -(int64_t{1} << 40), int64_t{1} << 40, "calendar offset");
+    // A guest's setting of the time (year up to 65535, month up to 255)
+    // moves the calendar by less than 2^41 seconds.
+    m.clock.calendar_offset_s = r.ranged(r.i64(), -(int64_t{1} << 41), int64_t{1} << 41, "calendar offset");
     m.clock.last_input_pass_ns = r.u64();
     if (m.clock.last_input_pass_ns > now) r.fail("input pass after the saved time");
     if (m.clock.virtual_time)

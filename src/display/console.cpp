@@ -32,7 +32,9 @@ void flush_verbose_buf(Machine& m) {
     char utf8[256 * 3 + 1];
     const size_t n = gb_to_utf8(m.verbose_buf, static_cast<size_t>(m.verbose_buf_len), utf8, sizeof utf8);
     m.host->console_write(std::string_view(utf8, n));
-    std::memset(m.verbose_buf, 0, sizeof m.verbose_buf);
+    // Only the bytes in use: the rest is zero already (a whole-buffer clear
+    // for every character pair made long outputs crawl).
+    std::memset(m.verbose_buf, 0, static_cast<size_t>(m.verbose_buf_len));
     m.verbose_buf_len = 0;
 }
 

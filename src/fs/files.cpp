@@ -204,7 +204,7 @@ constexpr size_t kModeFlagBytes = 7;
 bool valid_open_mode(const std::string& mode) {
     if (mode.empty() || mode.size() > 32 || std::strchr("rwa", mode[0]) == nullptr) return false;
     for (const char c : mode)
-        if (c == ',' || static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) >= 0x7F) return false;
+        if (c == ',' || c == 0) return false;
     return true;
 }
 
@@ -244,8 +244,14 @@ FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, boo
         *error = host + ": cannot seek to " + std::to_string(pos);
         return nullptr;
     }
-    // A read at the end sets the end-of-file mark again without moving.
+    // The end-of-file mark is sticky: reads give nothing until a seek, even
+    // when the file has grown since. glibc lets it be set as it was; else a
+    // read at the end sets it again without moving.
+#ifdef _IO_EOF_SEEN
+    if (eof) s->_flags |= _IO_EOF_SEEN;
+#else
     if (eof && std::fgetc(s) != EOF) std::fseek(s, static_cast<long>(pos), SEEK_SET);
+#endif
     return s;
 }
 

@@ -70,7 +70,7 @@ void c_closeall(Machine& m);
 // created or truncated. Null with a reason in *error when it fails.
 FILE* reopen_file(const char* gb_path, const std::string& mode, int64_t pos, bool eof, std::string* error);
 // Whether a mode string could have been given to the host by the open
-// call: r, w or a first, printable, no "," (no code-set form).
+// call: r, w or a first, no zero byte, no "," (no code-set form).
 bool valid_open_mode(const std::string& mode);
 
 // Room for a new file or directory under the disk limit; note_new_entry and

@@ -1,5 +1,6 @@
 // Integer sine and cosine, the floating-point functions behind c_math, the
 // CRC-16 and the repeating-key XOR cipher.
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cmath>
@@ -106,9 +107,11 @@ void c_math(Machine& m) {
     }
 }
 
+// Like the memory calls, one call covers at most all of guest memory once,
+// so that no single call costs more than a pass over it.
 void c_crc16(Machine& m) {
     get_val(m);
-    const uint32_t n = m.a1 & m.addr_mask;
+    const uint32_t n = std::min(m.a1 & m.addr_mask, kRamSize);
     get_val(m);
     const uint32_t data = m.a1 & m.addr_mask;
     uint8_t h = 0, l = 0;
@@ -123,12 +126,13 @@ void c_crc16(Machine& m) {
 
 // Repeating-key XOR. The key is used up to its zero byte and then from its
 // start again; an empty key leaves the first byte and reads on behind the
-// zero, as the rule does when key[0] is the terminator.
+// zero, as the rule does when key[0] is the terminator. At most all of
+// guest memory once, as for c_crc16.
 void c_jiami(Machine& m) {
     get_val(m);
     const uint32_t key = m.a1 & m.addr_mask;
     get_val(m);
-    const uint32_t n = m.a1 & m.addr_mask;
+    const uint32_t n = std::min(m.a1 & m.addr_mask, kRamSize);
     get_val(m);
     const uint32_t data = m.a1 & m.addr_mask;
     uint32_t k = 0;
