@@ -2,6 +2,7 @@
 // buttons tapped between slices, frames and console text taken back, and
 // save states moved from one core to another.
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -190,14 +191,9 @@ TEST_F(CoreTest, DamagedStatesAreRefusedAndChangeNothing) {
         EXPECT_EQ(core_frame(a.core), frame);
         return true;
     };
-    // The payload's checksum sits in bytes 20-23 of the header.
+    // The payload's checksum (CRC-32) sits in bytes 20-23 of the header.
     auto with_crc = [](Bytes s) {
-        uint32_t c = 0xFFFFFFFFu;
-        for (size_t i = 24; i < s.size(); ++i) {
-            c ^= s[i];
-            for (int k = 0; k < 8; ++k) c = (c & 1) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
-        }
-        c ^= 0xFFFFFFFFu;
+        const uLong c = crc32(0, s.data() + 24, static_cast<uInt>(s.size() - 24));
         for (int k = 0; k < 4; ++k) s[20 + k] = static_cast<uint8_t>(c >> (8 * k));
         return s;
     };
@@ -217,21 +213,8 @@ TEST_F(CoreTest, DamagedStatesAreRefusedAndChangeNothing) {
     const char clck[] = "CLCK";
     ++bad[static_cast<size_t>(std::search(bad.begin(), bad.end(), clck, clck + 4) - bad.begin()) + 4];
     EXPECT_NE(core_load_state(a.core, with_crc(bad)).find("CLCK has 1 bytes too many"), std::string::npos);
-    // Damage that the checksum does not catch: every count, index and path
-    // is checked, so no byte changed anywhere crashes the loader or the
-    // machine running from what it accepted.
-    int refusals = 0;
-    for (size_t i = 24; i < state.size(); i += 37) {
-        bad = state;
-        bad[i] ^= 0xA5;
-        if (refused(with_crc(bad))) {
-            ++refusals;
-        } else {
-            core_run(a.core, {UINT64_MAX, 2000});
-            ASSERT_EQ(core_load_state(a.core, state), "");
-        }
-    }
-    EXPECT_GT(refusals, 0);
+    // Damage that the checksum does not catch is the state fuzz target's work
+    // (its regression inputs run as fuzz.state).
 
     // An open file that is gone: a clear reason, and no machine.
     fs::rename(dir / "keys.dat", dir / "moved.dat");

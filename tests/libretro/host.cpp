@@ -28,16 +28,10 @@ struct PadEvent {
     bool down;
 };
 
+// tvxrun's name of a RetroPad button (RETRO_DEVICE_ID_JOYPAD_B is 0 ... R is 11).
 const char* key_name(unsigned id) {
-    static const std::map<unsigned, const char*> names = {
-        {RETRO_DEVICE_ID_JOYPAD_UP, "UP"},     {RETRO_DEVICE_ID_JOYPAD_DOWN, "DOWN"},
-        {RETRO_DEVICE_ID_JOYPAD_LEFT, "LEFT"}, {RETRO_DEVICE_ID_JOYPAD_RIGHT, "RIGHT"},
-        {RETRO_DEVICE_ID_JOYPAD_A, "A"},       {RETRO_DEVICE_ID_JOYPAD_B, "B"},
-        {RETRO_DEVICE_ID_JOYPAD_X, "X"},       {RETRO_DEVICE_ID_JOYPAD_Y, "Y"},
-        {RETRO_DEVICE_ID_JOYPAD_L, "L1"},      {RETRO_DEVICE_ID_JOYPAD_R, "R1"},
-        {RETRO_DEVICE_ID_JOYPAD_SELECT, "SELECT"}, {RETRO_DEVICE_ID_JOYPAD_START, "START"},
-    };
-    return names.at(id);
+    static const char* const names[] = {"B", "Y", "SELECT", "START", "UP", "DOWN", "LEFT", "RIGHT", "A", "X", "L1", "R1"};
+    return names[id];
 }
 
 // What the core hands back through the callbacks.
