@@ -111,7 +111,10 @@ protected:
         dir = fs::temp_directory_path() / ("tvm2_core_" + std::to_string(1000000000 + ::getpid()));
         fs::remove_all(dir);
         fs::create_directories(dir);
-        const AsmResult r = assemble(kProgram, "t.tvs");
+        write_program(kProgram);
+    }
+    void write_program(const std::string& source) {
+        const AsmResult r = assemble(source, "t.tvs");
         ASSERT_TRUE(r.errors.empty()) << r.errors[0].message;
         std::ofstream(dir / "t.tvx", std::ios::binary).write(reinterpret_cast<const char*>(r.bytes.data()), static_cast<std::streamsize>(r.bytes.size()));
     }
@@ -233,6 +236,35 @@ TEST_F(CoreTest, RealClockGoesOnFromTheSavedGuestTime) {
     EXPECT_FALSE(core_machine(b.core).clock.virtual_time);
     EXPECT_GE(core_time(b.core), saved);
     EXPECT_LT(core_time(b.core), saved + 5000000000ULL);
+}
+
+// A loop of calls over large blocks returns to the host after a few of them,
+// whatever its budget, and the next runs go on with it.
+TEST_F(CoreTest, BulkWorkEndsARunEarly) {
+    const char* const loops[] = {
+        "push_long 0\n push_long 0x80000\n push_long 0x80000\n c_memcpy",
+        "push_long 0\n push_long 0x100000\n c_crc16\n pop_val",
+        "push_long 0x10000\n push_char 1\n c_printf",
+    };
+    for (const char* body : loops) {
+        SCOPED_TRACE(body);
+        write_program(std::string(".tvx bits=24 mode=1 width=160 height=80\n"
+                                  " push_long 0x10000\n push_char 'A'\n push_long 0x10000\n c_memset\n"
+                                  "loop: ") + body + "\n c_jmp loop\n");
+        Host h;
+        load(h);
+        const uint64_t t0 = core_time(h.core);
+        uint64_t steps = 0;
+        for (int run = 0; run < 3; ++run) {
+            const RunResult r = core_run(h.core, {UINT64_MAX, 1000});
+            EXPECT_EQ(r.status, RunStatus::Budget);
+            EXPECT_GT(r.steps, 0u);
+            EXPECT_LT(r.steps, 100u);
+            steps += r.steps;
+        }
+        EXPECT_EQ(core_time(h.core), t0);
+        EXPECT_GT(steps, 6u);
+    }
 }
 
 }  // namespace

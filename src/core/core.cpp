@@ -108,6 +108,7 @@ RunResult core_run(Core& core, const RunBudget& budget) {
     if (!continue_cut_run(core)) apply_input(m, *core.input);
     m.clock.horizon_ns = budget.until_ns;
     m.stop = Stop::None;
+    m.work = 0;
     // Under the real clock the time is looked at between short stretches.
     const uint64_t stretch = m.clock.virtual_time ? UINT64_MAX : 1 << 14;
     for (;;) {
@@ -134,7 +135,9 @@ RunResult core_run(Core& core, const RunBudget& budget) {
             r.status = RunStatus::Frame;
             break;
         }
-        if (m.stop == Stop::Horizon || r.steps >= budget.max_steps || guest_now(m) >= budget.until_ns) {
+        // Much bulk work: the host looks at its clock, input and signals
+        // before the guest goes on (the next run continues this one).
+        if (m.stop == Stop::Horizon || m.stop == Stop::Busy || r.steps >= budget.max_steps || guest_now(m) >= budget.until_ns) {
             r.status = RunStatus::Budget;
             break;
         }

@@ -73,7 +73,9 @@ struct CoreSinks {
 };
 
 enum class RunStatus : uint8_t {
-    Budget,   // the time horizon or the step budget was reached
+    Budget,   // the time horizon or the step budget was reached, or the guest's
+              // calls did much bulk work (a long copy, print or file read):
+              // the host may look at its clock and input and run again
     Waiting,  // the guest waits: for a key, for keys to be released, or for a time
     Frame,    // the guest presented a frame (and may go on at the next run)
     Ended,    // the program ended (single-program mode); see exit_code

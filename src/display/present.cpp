@@ -16,5 +16,5 @@ void present_frame(Machine& m) {
 
 void HardwareRefresh(Machine& m) {
     present_frame(m);
-    if (m.stop == Stop::None) m.stop = Stop::Frame;
+    if (m.stop == Stop::None || m.stop == Stop::Busy) m.stop = Stop::Frame;
 }

@@ -153,6 +153,7 @@ uint32_t transfer(Machine& m, int slot, uint32_t buf, uint32_t count, bool write
         if (got < want) break;
     }
     if (write) note_written(m, slot, pos, done);
+    add_work(m, done);
     return done;
 }
 
@@ -425,6 +426,7 @@ void c_findfile(Machine& m) {
     while (n < start + count) {
         const dirent* e = readdir(d);
         if (!e) break;
+        add_work(m, kWorkPerEntry);
         char gb[64];
         if (!listed_name(e->d_name, gb, sizeof gb)) continue;
         if (n >= start) write_record(gb);
@@ -449,6 +451,7 @@ void c_getfilenum(Machine& m) {
     }
     uint32_t n = 0;
     while (const dirent* e = readdir(d)) {
+        add_work(m, kWorkPerEntry);
         char gb[64];
         if (listed_name(e->d_name, gb, sizeof gb)) ++n;
     }

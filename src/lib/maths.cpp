@@ -114,6 +114,7 @@ void c_crc16(Machine& m) {
     const uint32_t n = std::min(m.a1 & m.addr_mask, kRamSize);
     get_val(m);
     const uint32_t data = m.a1 & m.addr_mask;
+    add_work(m, n * kWorkPerByteLooped);
     uint8_t h = 0, l = 0;
     for (uint32_t k = 0; k < n; ++k) {
         const uint8_t i = lRamRead(m, data + k) ^ h;
@@ -135,6 +136,7 @@ void c_jiami(Machine& m) {
     const uint32_t n = std::min(m.a1 & m.addr_mask, kRamSize);
     get_val(m);
     const uint32_t data = m.a1 & m.addr_mask;
+    add_work(m, n * kWorkPerByteLooped);
     uint32_t k = 0;
     for (uint32_t j = 0; j < n; ++j) {
         uint8_t c = lRamRead(m, key + k);

@@ -137,12 +137,14 @@ void put_console_text(Machine& m, Sink& out, uint32_t& pos, bool* ended) {
     out.put(trail);
 }
 
-void format(Machine& m, Sink& out, uint32_t fmt) {
+// Formats the text at fmt into out; returns the address after the last
+// format byte read.
+uint32_t format_text(Machine& m, Sink& out, uint32_t fmt) {
     Format f;
     uint32_t pos = fmt;
     for (uint32_t steps = 0; steps < kScanLimit && !out.full(); ++steps) {
         const uint8_t b = lRamRead(m, pos);
-        if (b == 0) return;
+        if (b == 0) return pos;
         if (b != '%') {
             if (out.to_memory) {
                 out.put(b);
@@ -151,13 +153,13 @@ void format(Machine& m, Sink& out, uint32_t fmt) {
             }
             bool ended = false;
             put_console_text(m, out, pos, &ended);
-            if (ended) return;
+            if (ended) return pos;
             continue;
         }
         pos = fenxi_fmt(m, pos + 1, f);
         const uint8_t conv = lRamRead(m, pos++);
         switch (conv) {
-            case 0: return;
+            case 0: return pos;
             case 'd': printint(m, out, f); break;
             case 'f': out.put(printfloat(m)); break;
             case 'c':
@@ -179,6 +181,13 @@ void format(Machine& m, Sink& out, uint32_t fmt) {
             default: out.put(conv); break;  // "%%" and unknown conversions
         }
     }
+    return pos;
+}
+
+// Formats and counts the bytes read and written as the call's work.
+void format(Machine& m, Sink& out, uint32_t fmt) {
+    const uint32_t read = format_text(m, out, fmt) - fmt;
+    add_work(m, read * kWorkPerByteLooped + out.written * kWorkPerByteOutput);
 }
 
 // Takes the argument count and points func_x at the first argument.

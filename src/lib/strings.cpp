@@ -23,11 +23,14 @@ uint32_t pop_addr(Machine& m) {
 uint32_t guest_strlen(Machine& m, uint32_t a) {
     uint32_t room;
     const uint8_t* p = guest_ptr(m, a, &room);
-    if (const void* z = std::memchr(p, 0, room)) return static_cast<uint32_t>(static_cast<const uint8_t*>(z) - p);
-    // The string runs over the end of the block and continues at its start.
-    if (const void* z = std::memchr(m.tovix_ram, 0, kRamSize - room))
-        return room + static_cast<uint32_t>(static_cast<const uint8_t*>(z) - m.tovix_ram);
-    return kRamSize;
+    uint32_t n = kRamSize;
+    if (const void* z = std::memchr(p, 0, room))
+        n = static_cast<uint32_t>(static_cast<const uint8_t*>(z) - p);
+    else if (const void* w = std::memchr(m.tovix_ram, 0, kRamSize - room))
+        // The string runs over the end of the block and continues at its start.
+        n = room + static_cast<uint32_t>(static_cast<const uint8_t*>(w) - m.tovix_ram);
+    add_work(m, n);
+    return n;
 }
 
 // The n bytes at guest address a as one view; areas that wrap are copied
@@ -35,6 +38,7 @@ uint32_t guest_strlen(Machine& m, uint32_t a) {
 std::string_view guest_bytes(Machine& m, uint32_t a, uint32_t n, std::vector<char>& buf) {
     uint32_t room;
     const uint8_t* p = guest_ptr(m, a, &room);
+    add_work(m, n);
     if (n <= room) return {reinterpret_cast<const char*>(p), n};
     buf.assign(p, p + room);
     buf.insert(buf.end(), m.tovix_ram, m.tovix_ram + (n - room));
@@ -83,11 +87,13 @@ void c_strcat(Machine& m) {
     const uint32_t dst = base + guest_strlen(m, base);
     // Byte by byte, so a source that overlaps the end of dst reads what was
     // just written, as a plain copy loop does; bounded by the block's size.
-    for (uint32_t i = 0; i < kRamSize; ++i) {
+    uint32_t i = 0;
+    for (; i < kRamSize; ++i) {
         const uint8_t ch = lRamRead(m, src + i);
         lRamWrite(m, dst + i, ch);
         if (ch == 0) break;
     }
+    add_work(m, i * kWorkPerByteLooped);
 }
 
 void c_strchr(Machine& m) {
@@ -114,7 +120,8 @@ void c_strcmp(Machine& m) {
     const uint32_t b = pop_addr(m);
     const uint32_t a = pop_addr(m);
     int r = 0;
-    for (uint32_t i = 0; i < kRamSize; ++i) {
+    uint32_t i = 0;
+    for (; i < kRamSize; ++i) {
         const uint8_t x = lRamRead(m, a + i), y = lRamRead(m, b + i);
         if (x != y) {
             r = x < y ? -1 : 1;
@@ -122,6 +129,7 @@ void c_strcmp(Machine& m) {
         }
         if (x == 0) break;
     }
+    add_work(m, i);
     m.a1 = static_cast<uint32_t>(r);
     put_val(m);
 }
@@ -146,6 +154,7 @@ void c_memset(Machine& m) {
     uint32_t room;
     uint8_t* p = guest_ptr(m, dst, &room);
     const uint8_t v = static_cast<uint8_t>(m.a3);
+    add_work(m, n);
     std::memset(p, v, std::min(n, room));
     if (n > room) std::memset(m.tovix_ram, v, n - room);
 }

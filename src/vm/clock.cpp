@@ -11,7 +11,7 @@ namespace {
 void check_horizon(Machine& m) {
     const uint64_t now = guest_now(m);
     if (now - m.clock.last_input_pass_ns >= kInputPassNs) input_pass(m);
-    if (now >= m.clock.horizon_ns && m.stop == Stop::None) m.stop = Stop::Horizon;
+    if (now >= m.clock.horizon_ns && (m.stop == Stop::None || m.stop == Stop::Busy)) m.stop = Stop::Horizon;
 }
 
 time_t virtual_epoch() {

@@ -70,6 +70,7 @@ struct Cpu : TaskRegisters {
     // Set when the interpreter loop is to return to the host (a wait, a
     // present, the end of the program, the end of the slice's time).
     Stop stop = Stop::None;
+    uint64_t work = 0;  // work done by calls since the run began (add_work)
     WaitState wait;
     bool wait_retry = false;  // the next instruction is a key call running again
 
@@ -78,6 +79,22 @@ struct Cpu : TaskRegisters {
 
     uint8_t* VRam() { return tovix_ram; }
 };
+
+// Bulk work that ends a run early: a call over a large block costs as much as
+// thousands of instructions, and a loop of such calls must not keep the host
+// from its clock, input and signals until the run's instructions are used.
+// A unit is about a tenth of a nanosecond of host time: a byte copied or
+// scanned in bulk.
+inline constexpr uint64_t kWorkPerRun = 8 << 20;     // about a millisecond
+inline constexpr uint64_t kWorkPerByteLooped = 16;   // a byte handled one at a time
+inline constexpr uint64_t kWorkPerByteOutput = 128;  // a byte of formatted output
+inline constexpr uint64_t kWorkPerEntry = 8192;      // a directory entry read
+
+// Counts work done by a call (units as above).
+inline void add_work(Cpu& c, uint64_t bytes) {
+    c.work += bytes;
+    if (c.work >= kWorkPerRun && c.stop == Stop::None) c.stop = Stop::Busy;
+}
 
 // Hot helpers are forced inline so the interpreter loop has no calls in them.
 #define TVM_INLINE inline __attribute__((always_inline))

@@ -25,6 +25,7 @@ void set_image(Cpu& c, std::unique_ptr<TvxImage> img) {
 }
 
 void lmemcpy(Cpu& c, uint32_t dst, uint32_t src, uint32_t n) {
+    add_work(c, n);
     uint32_t d = ram_index(c, dst), s = ram_index(c, src);
     while (n > 0) {
         // Largest run that neither wraps nor reads bytes this copy has written.

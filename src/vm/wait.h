@@ -23,5 +23,7 @@ struct WaitState {
     std::string child;       // Exec: host path (GB2312) of the program being started
 };
 
-// Why the interpreter loop stopped before its step budget.
-enum class Stop : uint8_t { None, Wait, Frame, Ended, Horizon };
+// Why the interpreter loop stopped before its step budget. Busy: the calls
+// of this stretch have done a lot of bulk work (add_work), so the host gets
+// control back; any other reason replaces it.
+enum class Stop : uint8_t { None, Wait, Frame, Ended, Horizon, Busy };
