@@ -19,10 +19,10 @@
 #   ; expect-png: FILE.png  the screenshot equals FILE.png (next to the
 #                           source) pixel for pixel
 # A file NAME.out next to the source holds the expected standard output.
-# Then the run is repeated on the virtual clock, whole and cut in two with
-# --state-out and --state-in: after every instruction when it runs at most
-# 64 (3,000 with SPLIT_ALL=1 in the environment), else after 1, each tenth
-# and all but one of them. Standard output, exit
+# Then the run is repeated on the virtual clock, whole (with each engine) and
+# cut in two with --state-out and --state-in: after every instruction when it
+# runs at most 64 (3,000 with SPLIT_ALL=1 in the environment), else after 1,
+# each tenth and all but one of them. Standard output, exit
 # status, screen and the files in the root must be those of the whole run.
 # Programs that run more than a million instructions are not cut.
 # Last the program is listed with tvxdis and assembled again: the bytes
@@ -113,6 +113,20 @@ whole_status=$?
 whole_root=$(root_digest)
 steps=$(sed -n 's/^tvxrun: \([0-9]*\) instructions.*/\1/p' "$work/$name.whole.stderr")
 [ -n "$steps" ] || { echo "FAIL $name: the run on the virtual clock gave no instruction count"; fail=1; steps=0; }
+# The reference engine runs it alike: output, log, screen, files and count.
+new_root
+run_virtual --engine reference --max-steps "$max_steps" --stats --dump-planes "$work/$name.ref.planes" \
+  --screenshot "$work/$name.ref.png" "$tvx" $args \
+  >"$work/$name.ref.stdout" 2>"$work/$name.ref.stderr"
+ref_status=$?
+log_of() { sed "s/^\(tvxrun: [0-9]* instructions\).*/\1/" "$1"; }
+if [ "$ref_status" != "$whole_status" ] || ! cmp -s "$work/$name.ref.stdout" "$work/$name.whole.stdout" \
+  || ! cmp -s "$work/$name.ref.planes" "$work/$name.whole.planes" \
+  || ! cmp -s "$work/$name.ref.png" "$work/$name.whole.png" || [ "$(root_digest)" != "$whole_root" ] \
+  || [ "$(log_of "$work/$name.ref.stderr")" != "$(log_of "$work/$name.whole.stderr")" ]; then
+  echo "FAIL $name: the reference engine's run differs (exit $ref_status, fast: $whole_status)"
+  diff <(log_of "$work/$name.whole.stderr") <(log_of "$work/$name.ref.stderr") | head; fail=1
+fi
 every=64; [ "${SPLIT_ALL:-}" = 1 ] && every=3000
 if [ "$steps" -le "$every" ]; then cuts=$(seq 1 $((steps - 1)))
 elif [ "$steps" -le 1000000 ]; then cuts="1 $(for k in $(seq 9); do echo $((steps * k / 10)); done) $((steps - 1))"

@@ -1,7 +1,5 @@
 // Frames, marks, stop requests, exits and undefined code: what the
 // calls_frames and frames32 programs leave unseen.
-#include <random>
-
 #include "vm_harness.h"
 
 namespace {
@@ -93,31 +91,6 @@ TEST(Exit, ControlLeavingTheImageEndsTheProgram) {
         vm.run(10);
         EXPECT_EQ(vm.m->exit_code, -1);
         EXPECT_NE(vm.host.logged.find("left the program image"), std::string::npos) << vm.host.logged;
-    }
-}
-
-// Random bytes after a valid header, in all address widths, with wild
-// registers: the machine must neither crash nor touch memory outside its
-// blocks (checked by the sanitizer build) and must stop within its budget.
-TEST(Hostile, RandomProgramsNeverEscape) {
-    std::mt19937 rng(12345);
-    for (int round = 0; round < 300; ++round) {
-        Code c;
-        const int n = static_cast<int>(rng() % 64);
-        for (int i = 0; i < n; ++i) {
-            // Bias towards real instructions so that programs run for a while.
-            const uint32_t r = rng();
-            c.u8((r & 3) ? r % 0x75 : (r >> 8) & 0xFF);
-        }
-        const uint8_t flags = static_cast<uint8_t>(rng());
-        Vm vm(c, flags, static_cast<uint8_t>(rng()), static_cast<uint8_t>(rng()));
-        vm.m->single_program_mode = round % 2;
-        vm.m->local_bp = rng();
-        vm.m->local_sp = rng();
-        vm.m->lRam = rng() & kRamMask;
-        vm.m->eval_top = static_cast<uint8_t>(rng() & 0xFC);
-        vm.run(2000);
-        EXPECT_LT(vm.m->lPC, vm.m->code_end + kImagePad);
     }
 }
 

@@ -97,6 +97,7 @@ done <<'ROWS'
 --screenshot-size 99999999999x1
 --disk-limit 1T
 --disk-limit 17179869184G
+--engine turbo
 --screenshot hello.tvx
 --state-out ./hello.tvx
 --frobnicate|[ $status = 125 ] && [ "$(cat err)" = "tvxrun: unknown option --frobnicate (tvxrun --help lists the options)" ]

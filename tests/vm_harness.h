@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "vm/fast.h"
 #include "vm/interp.h"
 #include "vm/loader.h"
 #include "base/opcodes.h"
@@ -49,6 +50,7 @@ inline std::vector<uint8_t> tvx_header(uint8_t flags = 0, uint8_t width = 0, uin
 struct Vm {
     TestHost host;
     std::unique_ptr<Machine> m = std::make_unique<Machine>();
+    bool fast = false;  // run with the fast engine instead of the reference loop
 
     explicit Vm(const Code& code, uint8_t flags = 0, uint8_t width = 0, uint8_t height = 0) {
         auto file = tvx_header(flags, width, height);
@@ -64,7 +66,7 @@ struct Vm {
         uint64_t n = 0;
         do {
             if (m->stop == Stop::Frame) m->stop = Stop::None;
-            n += vm_run_steps(*m, max_steps - n);
+            n += fast ? vm_run_fast(*m, max_steps - n) : vm_run_steps(*m, max_steps - n);
         } while (n < max_steps && m->stop == Stop::Frame);
         return n;
     }

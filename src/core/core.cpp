@@ -9,6 +9,7 @@
 
 #include "fs/config.h"
 #include "fs/path.h"
+#include "vm/fast.h"
 #include "vm/interp.h"
 #include "vm/loader.h"
 #include "base/tvx_header.h"
@@ -144,7 +145,10 @@ RunResult core_run(Core& core, const RunBudget& budget) {
         m.stop = Stop::None;
         if (!m.clock.virtual_time && guest_now(m) - m.clock.last_input_pass_ns >= kInputPassNs) input_pass(m);
         const uint64_t n = std::min(budget.max_steps - r.steps, stretch);
-        r.steps += core.sinks.trace ? vm_run_traced(m, n, core.sinks.trace) : vm_run_steps(m, n);
+        if (core.sinks.trace)
+            r.steps += vm_run_traced(m, n, core.sinks.trace);
+        else
+            r.steps += core.reference_engine ? vm_run_steps(m, n) : vm_run_fast(m, n);
     }
     m.stop = Stop::None;
     core.host->flush_console();

@@ -111,6 +111,9 @@ struct Core {
     std::unique_ptr<CoreInput> input;
     std::unique_ptr<CoreHost> host;
     CoreSinks sinks;
+    // Runs the program with the simple byte-at-a-time interpreter instead of
+    // the fast engine (same results, slower; for comparison and checking).
+    bool reference_engine = false;
     bool loaded() const { return machine != nullptr; }
 };
 

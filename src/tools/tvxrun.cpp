@@ -86,6 +86,9 @@ const char* const kUsage =
     "  --trace         print each instruction with its code offset and operands,\n"
     "                  string literals as text (stderr)\n"
     "  --stats         print the instruction count and speed (stderr)\n"
+    "  --engine fast|reference\n"
+    "                  the interpreter: the fast engine (default) or the simple\n"
+    "                  reference loop; both give the same results\n"
     "  --log-stdout    write the machine log to standard output (default: stderr)\n"
     "  --root DIR      guest root directory, the guest's \"/\" (default: the\n"
     "                  directory holding the program when PROGRAM has a \"/\" in\n"
@@ -263,7 +266,7 @@ struct Outputs {
 int main(int argc, char** argv) {
     uint64_t max_steps = UINT64_MAX;
     uint64_t disk_limit = LoadOptions{}.disk_limit;
-    bool trace = false, stats = false, log_stdout = false, virtual_clock = false;
+    bool trace = false, stats = false, reference_engine = false, log_stdout = false, virtual_clock = false;
     std::string key_script;
     std::string root;
     std::string program;
@@ -309,6 +312,13 @@ int main(int argc, char** argv) {
             trace = true;
         } else if (program.empty() && a == "--stats") {
             stats = true;
+        } else if (program.empty() && a == "--engine" && i + 1 < argc) {
+            const std::string engine = argv[++i];
+            if (engine != "fast" && engine != "reference") {
+                std::fprintf(stderr, "tvxrun: --engine takes fast or reference\n");
+                return kStatusUsage;
+            }
+            reference_engine = engine == "reference";
         } else if (program.empty() && a == "--root" && i + 1 < argc) {
             root = argv[++i];
             if (!is_directory(root)) {
@@ -392,6 +402,7 @@ int main(int argc, char** argv) {
         };
     }
     if (trace) core.sinks.trace = trace_line;
+    core.reference_engine = reference_engine;
     if (!state_in.empty()) {
         std::ifstream in(state_in, std::ios::binary);
         const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};

@@ -24,11 +24,19 @@ inline constexpr uint32_t kFuncStack = 1024;
 // next fetch past the end lands on the off-image handler.
 inline constexpr uint32_t kImagePad = 8;
 
+// The decoded form of an image that the fast engine runs (vm/fast.cpp):
+// derived from the bytes on first use, never saved.
+struct FastCode;
+struct FastCodeFree {
+    void operator()(FastCode* f) const;
+};
+
 // A loaded .tvx file: the file bytes, one zero byte, then kImagePad bytes.
 struct TvxImage {
     std::vector<uint8_t> bytes;
     uint32_t file_size = 0;  // bytes of the file; index file_size holds 0
     uint32_t end() const { return file_size + 1; }  // first offset outside the image
+    std::unique_ptr<FastCode, FastCodeFree> fast;
 };
 
 // The registers of the running program that a program keeps while it runs
@@ -103,52 +111,61 @@ static_assert(std::endian::native == std::endian::little, "guest memory access a
 
 TVM_INLINE uint32_t ram_index(const Cpu& c, uint32_t a) { return (c.lRam + a) & kRamMask; }
 
-TVM_INLINE uint8_t lRamRead(const Cpu& c, uint32_t a) { return c.tovix_ram[ram_index(c, a)]; }
+// Guest memory access on the block itself: x is an address with the RAM base
+// added, reduced into the block here; multi-byte values wrap at its end.
+TVM_INLINE uint32_t ram_read1(const uint8_t* ram, uint32_t x) { return ram[x & kRamMask]; }
 
-TVM_INLINE int32_t lRamRead2(const Cpu& c, uint32_t a) {
-    const uint32_t i = ram_index(c, a);
+TVM_INLINE int32_t ram_read2(const uint8_t* ram, uint32_t x) {
+    const uint32_t i = x & kRamMask;
     uint16_t v;
     if (i <= kRamSize - 2) [[likely]] {
-        std::memcpy(&v, c.tovix_ram + i, 2);
+        std::memcpy(&v, ram + i, 2);
     } else {
-        v = static_cast<uint16_t>(c.tovix_ram[i] | c.tovix_ram[(i + 1) & kRamMask] << 8);
+        v = static_cast<uint16_t>(ram[i] | ram[(i + 1) & kRamMask] << 8);
     }
     return static_cast<int16_t>(v);
 }
 
-TVM_INLINE uint32_t lRamRead4(const Cpu& c, uint32_t a) {
-    const uint32_t i = ram_index(c, a);
+TVM_INLINE uint32_t ram_read4(const uint8_t* ram, uint32_t x) {
+    const uint32_t i = x & kRamMask;
     uint32_t v;
     if (i <= kRamSize - 4) [[likely]] {
-        std::memcpy(&v, c.tovix_ram + i, 4);
+        std::memcpy(&v, ram + i, 4);
     } else {
         v = 0;
-        for (uint32_t k = 0; k < 4; ++k) v |= static_cast<uint32_t>(c.tovix_ram[(i + k) & kRamMask]) << (8 * k);
+        for (uint32_t k = 0; k < 4; ++k) v |= static_cast<uint32_t>(ram[(i + k) & kRamMask]) << (8 * k);
     }
     return v;
 }
 
-TVM_INLINE void lRamWrite(Cpu& c, uint32_t a, uint32_t v) { c.tovix_ram[ram_index(c, a)] = static_cast<uint8_t>(v); }
+TVM_INLINE void ram_write1(uint8_t* ram, uint32_t x, uint32_t v) { ram[x & kRamMask] = static_cast<uint8_t>(v); }
 
-TVM_INLINE void lRamWrite2(Cpu& c, uint32_t a, uint32_t v) {
-    const uint32_t i = ram_index(c, a);
+TVM_INLINE void ram_write2(uint8_t* ram, uint32_t x, uint32_t v) {
+    const uint32_t i = x & kRamMask;
     if (i <= kRamSize - 2) [[likely]] {
         const uint16_t w = static_cast<uint16_t>(v);
-        std::memcpy(c.tovix_ram + i, &w, 2);
+        std::memcpy(ram + i, &w, 2);
     } else {
-        c.tovix_ram[i] = static_cast<uint8_t>(v);
-        c.tovix_ram[(i + 1) & kRamMask] = static_cast<uint8_t>(v >> 8);
+        ram[i] = static_cast<uint8_t>(v);
+        ram[(i + 1) & kRamMask] = static_cast<uint8_t>(v >> 8);
     }
 }
 
-TVM_INLINE void lRamWrite4(Cpu& c, uint32_t a, uint32_t v) {
-    const uint32_t i = ram_index(c, a);
+TVM_INLINE void ram_write4(uint8_t* ram, uint32_t x, uint32_t v) {
+    const uint32_t i = x & kRamMask;
     if (i <= kRamSize - 4) [[likely]] {
-        std::memcpy(c.tovix_ram + i, &v, 4);
+        std::memcpy(ram + i, &v, 4);
     } else {
-        for (uint32_t k = 0; k < 4; ++k) c.tovix_ram[(i + k) & kRamMask] = static_cast<uint8_t>(v >> (8 * k));
+        for (uint32_t k = 0; k < 4; ++k) ram[(i + k) & kRamMask] = static_cast<uint8_t>(v >> (8 * k));
     }
 }
+
+TVM_INLINE uint8_t lRamRead(const Cpu& c, uint32_t a) { return static_cast<uint8_t>(ram_read1(c.tovix_ram, c.lRam + a)); }
+TVM_INLINE int32_t lRamRead2(const Cpu& c, uint32_t a) { return ram_read2(c.tovix_ram, c.lRam + a); }
+TVM_INLINE uint32_t lRamRead4(const Cpu& c, uint32_t a) { return ram_read4(c.tovix_ram, c.lRam + a); }
+TVM_INLINE void lRamWrite(Cpu& c, uint32_t a, uint32_t v) { ram_write1(c.tovix_ram, c.lRam + a, v); }
+TVM_INLINE void lRamWrite2(Cpu& c, uint32_t a, uint32_t v) { ram_write2(c.tovix_ram, c.lRam + a, v); }
+TVM_INLINE void lRamWrite4(Cpu& c, uint32_t a, uint32_t v) { ram_write4(c.tovix_ram, c.lRam + a, v); }
 
 // Copies n guest bytes forward, byte after byte where the areas overlap (so
 // an overlapping copy repeats the pattern, as a plain forward copy does), and

@@ -134,34 +134,39 @@ TVM_INLINE void push_text(Machine& m) {
 #define TVM_TRUTH(c) ((c) ? 0xFFFFFFFFu : 0u)
 #define TVM_S(x) static_cast<int32_t>(x)
 
-TVM_BINARY(cal_add, a + b)
-TVM_BINARY(cal_sub, a - b)
-TVM_BINARY(cal_and, a & b)
-TVM_BINARY(cal_or, a | b)
-TVM_BINARY(cal_xor, a ^ b)
-TVM_BINARY(cal_land, TVM_TRUTH(a != 0 && b != 0))
-TVM_BINARY(cal_lor, TVM_TRUTH(a != 0 || b != 0))
-TVM_BINARY(cal_mul, a * b)
-TVM_BINARY(cal_lshift, TVM_S(b) < 0 ? 0u : b == 0 ? a : a << (b & 31))
-TVM_BINARY(cal_rshift, TVM_S(b) < 0 ? 0u : b == 0 ? a : a >> (b & 31))
-TVM_BINARY(cal_equ, TVM_TRUTH(a == b))
-TVM_BINARY(cal_neq, TVM_TRUTH(a != b))
-TVM_BINARY(cal_le, TVM_TRUTH(TVM_S(a) <= TVM_S(b)))
-TVM_BINARY(cal_ge, TVM_TRUTH(TVM_S(a) >= TVM_S(b)))
-TVM_BINARY(cal_great, TVM_TRUTH(TVM_S(a) > TVM_S(b)))
-TVM_BINARY(cal_less, TVM_TRUTH(TVM_S(a) < TVM_S(b)))
-
-TVM_IMMEDIATE(cal_qadd, a + b)
-TVM_IMMEDIATE(cal_qsub, a - b)
-TVM_IMMEDIATE(cal_qmul, a * b)
-TVM_IMMEDIATE(cal_qlshift, a << (b & 31))
-TVM_IMMEDIATE(cal_qrshift, a >> (b & 31))
-TVM_IMMEDIATE(cal_qequ, TVM_TRUTH(a == b))
-TVM_IMMEDIATE(cal_qneq, TVM_TRUTH(a != b))
-TVM_IMMEDIATE(cal_qgreat, TVM_TRUTH(TVM_S(a) > TVM_S(b)))
-TVM_IMMEDIATE(cal_qless, TVM_TRUTH(TVM_S(a) < TVM_S(b)))
-TVM_IMMEDIATE(cal_qge, TVM_TRUTH(TVM_S(a) >= TVM_S(b)))
-TVM_IMMEDIATE(cal_qle, TVM_TRUTH(TVM_S(a) <= TVM_S(b)))
+// Binary operators on a (the cell below) and b (the top cell), and the same
+// with b an immediate operand: listed once for every engine.
+#define TVM_BINARY_OPS(X)                                 \
+    X(cal_add, a + b)                                     \
+    X(cal_sub, a - b)                                     \
+    X(cal_and, a & b)                                     \
+    X(cal_or, a | b)                                      \
+    X(cal_xor, a ^ b)                                     \
+    X(cal_land, TVM_TRUTH(a != 0 && b != 0))              \
+    X(cal_lor, TVM_TRUTH(a != 0 || b != 0))               \
+    X(cal_mul, a * b)                                     \
+    X(cal_lshift, TVM_S(b) < 0 ? 0u : b == 0 ? a : a << (b & 31)) \
+    X(cal_rshift, TVM_S(b) < 0 ? 0u : b == 0 ? a : a >> (b & 31)) \
+    X(cal_equ, TVM_TRUTH(a == b))                         \
+    X(cal_neq, TVM_TRUTH(a != b))                         \
+    X(cal_le, TVM_TRUTH(TVM_S(a) <= TVM_S(b)))            \
+    X(cal_ge, TVM_TRUTH(TVM_S(a) >= TVM_S(b)))            \
+    X(cal_great, TVM_TRUTH(TVM_S(a) > TVM_S(b)))          \
+    X(cal_less, TVM_TRUTH(TVM_S(a) < TVM_S(b)))
+#define TVM_IMMEDIATE_OPS(X)                              \
+    X(cal_qadd, a + b)                                    \
+    X(cal_qsub, a - b)                                    \
+    X(cal_qmul, a * b)                                    \
+    X(cal_qlshift, a << (b & 31))                         \
+    X(cal_qrshift, a >> (b & 31))                         \
+    X(cal_qequ, TVM_TRUTH(a == b))                        \
+    X(cal_qneq, TVM_TRUTH(a != b))                        \
+    X(cal_qgreat, TVM_TRUTH(TVM_S(a) > TVM_S(b)))         \
+    X(cal_qless, TVM_TRUTH(TVM_S(a) < TVM_S(b)))          \
+    X(cal_qge, TVM_TRUTH(TVM_S(a) >= TVM_S(b)))           \
+    X(cal_qle, TVM_TRUTH(TVM_S(a) <= TVM_S(b)))
+TVM_BINARY_OPS(TVM_BINARY)
+TVM_IMMEDIATE_OPS(TVM_IMMEDIATE)
 
 // Truncating division; the one overflowing case wraps instead of trapping.
 TVM_INLINE uint32_t quotient(uint32_t a, uint32_t b) {
@@ -373,13 +378,15 @@ TVM_INLINE void c_call(Machine& m) {
     if (!jump_to(m, get_code3(m))) return;
     if (CheckExitKey(m)) good_exit(m);
 }
-TVM_INLINE void add_bp(Machine& m) {
+// Makes a frame of `size` bytes at the call stack pointer, linked to the
+// caller's, and moves `bytes` of arguments from the evaluation stack into it.
+TVM_INLINE void enter_frame(Machine& m, uint32_t size, uint32_t bytes) {
     const uint32_t caller = m.local_bp;
     m.local_bp = m.local_sp;
     lRamWrite2(m, m.local_bp + 3, caller);
     if (wide(m)) lRamWrite(m, m.local_bp + 5, caller >> 16);
-    m.local_sp = m.local_bp + get_vaddr(m);
-    const uint32_t k = 4u * getcode(m);
+    m.local_sp = m.local_bp + size;
+    const uint32_t k = bytes;
     if (k == 0) return;
     m.eval_top = static_cast<uint8_t>(m.eval_top - k);
     const uint32_t dst = m.local_bp + (m.RamBits == 32 ? 8u : m.RamBits == 16 ? 5u : 6u);
@@ -390,6 +397,10 @@ TVM_INLINE void add_bp(Machine& m) {
     }
     uint8_t src = m.eval_top;
     for (uint32_t i = 0; i < k; ++i) lRamWrite(m, dst + i, lRamRead(m, m.eval_stack + src++));
+}
+TVM_INLINE void add_bp(Machine& m) {
+    const uint32_t size = get_vaddr(m);
+    enter_frame(m, size, 4u * getcode(m));
 }
 TVM_INLINE void sub_bp(Machine& m) {
     m.local_sp = m.local_bp;
@@ -431,7 +442,5 @@ TVM_INLINE void c_funcid(Machine& m) {
 #undef TVM_IMMEDIATE
 #undef TVM_FLOAT
 #undef TVM_FCMP
-#undef TVM_TRUTH
-#undef TVM_S
 
 }  // namespace ins

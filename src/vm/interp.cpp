@@ -58,16 +58,6 @@ bool vm_start(Machine& m) {
     return true;
 }
 
-namespace {
-
-// Instructions completed out of n executed: a call waiting for a key runs
-// again when it resumes and is counted then.
-uint64_t retired(const Machine& m, uint64_t n) {
-    return m.stop == Stop::Wait && m.wait.kind == WaitKind::Key && n > 0 ? n - 1 : n;
-}
-
-}  // namespace
-
 // The instructions are dispatched through a switch so that their handlers
 // are inlined into the loop; system calls go through their table.
 uint64_t vm_run_steps(Machine& m, uint64_t max_steps) {
@@ -90,7 +80,7 @@ uint64_t vm_run_steps(Machine& m, uint64_t max_steps) {
         }
         ++n;
     }
-    return retired(m, n);
+    return vm_retired(m, n);
 }
 
 uint64_t vm_run_traced(Machine& m, uint64_t max_steps, const std::function<void(const Machine&)>& trace) {
@@ -102,7 +92,7 @@ uint64_t vm_run_traced(Machine& m, uint64_t max_steps, const std::function<void(
         vm_step(m);
         ++n;
     }
-    return retired(m, n);
+    return vm_retired(m, n);
 }
 
 bool wait_no_key(Machine& m, AfterKeysUp then) {

@@ -22,6 +22,11 @@ bool vm_start(Machine& m);
 // slice). Returns the number of instructions completed: a waiting call that
 // will run again is not counted.
 uint64_t vm_run_steps(Machine& m, uint64_t max_steps);
+// Instructions completed out of n executed: a call waiting for a key runs
+// again when it resumes and is counted then.
+inline uint64_t vm_retired(const Machine& m, uint64_t n) {
+    return m.stop == Stop::Wait && m.wait.kind == WaitKind::Key && n > 0 ? n - 1 : n;
+}
 // As vm_run_steps, calling trace before each instruction.
 uint64_t vm_run_traced(Machine& m, uint64_t max_steps, const std::function<void(const Machine&)>& trace);
 // Ends a wait whose condition holds and finishes what the waiting call had
