@@ -53,8 +53,11 @@ std::string run_side_by_side(Vm& ref, Vm& fast, Rng& rng, uint64_t budget) {
     fast.fast = true;
     for (uint64_t done = 0; done < budget;) {
         const uint64_t n = rng.one_in(8) ? 1 + rng.below(5000) : 1 + rng.below(24);
-        for (Vm* v : {&ref, &fast})
+        const bool leave = rng.one_in(50);  // as a host asks a program to leave
+        for (Vm* v : {&ref, &fast}) {
             if (v->m->stop == Stop::Frame || v->m->stop == Stop::Busy) v->m->stop = Stop::None;
+            if (leave) v->m->force_exit_tvx = 1;
+        }
         const uint64_t r = vm_run_steps(*ref.m, n), f = vm_run_fast(*fast.m, n);
         std::string diff = differences(ref, fast);
         if (r != f) diff += " steps: " + std::to_string(r) + " vs " + std::to_string(f);
@@ -129,7 +132,7 @@ struct IdiomProgram {
     void load() {
         static constexpr std::string_view loads[] = {"push_lvlong", "push_lvint", "push_lvchar",
                                                      "push_vlong", "push_vint", "push_vchar"};
-        const auto name = loads[rng.below(6)];
+        const auto name = loads[rng.one_in(2) ? 0 : rng.below(6)];
         ins(name);
         addr(name.starts_with("push_lv") ? local() : global());
     }

@@ -18,20 +18,41 @@
 namespace {
 
 // Entry kinds. The simple instructions run on registers held in locals;
-// everything else runs through the reference handler (Fallback).
+// everything else runs through the reference handler (Fallback). The fused
+// kinds stand for the sequences compiled programs run most, named by their
+// parts: LV a frame load (push_lvlong), LVLV two of them, Loc the
+// assignment `local = local op k`, PBe/PBn pop_val and a conditional jump
+// (c_jmpe/c_jmpn), LetPop c_let and pop_val.
 #define TVM_FAST_KINDS(X)                                                                                       \
     X(Decode) X(Fallback) X(Nop) X(Const) X(VChar) X(VInt) X(VLong) X(LVChar) X(LVInt) X(LVLong) X(GChar) X(GInt) \
     X(GLong) X(LGChar) X(LGInt) X(LGLong) X(ARef) X(LARef) X(LLong) X(Ax) X(Let) X(Letx) X(PopVal) X(Jmp) X(Jmpe)  \
-    X(Jmpn) X(Call) X(AddBp) X(SubBp) X(SetSp) X(Debug) X(Funcid) X(Secret)                                        \
-    TVM_BINARY_OPS(TVM_FAST_OP_KIND) TVM_IMMEDIATE_OPS(TVM_FAST_OP_KIND)
-#define TVM_FAST_OP_KIND(name, expr) X(name)
+    X(Jmpn) X(Call) X(AddBp) X(SubBp) X(SetSp) X(Debug) X(Funcid) X(Secret) X(LetPop) X(PopJmpe) X(PopJmpn)    \
+    X(ConstARef) X(ConstLARef) X(CallEnter)
+// The kinds made for each operator, by a macro named P_IMM / P_BIN.
+#define TVM_FAST_OPERATOR_KINDS(P) TVM_IMMEDIATE_OPS(P##_IMM) TVM_BINARY_OPS(P##_BIN)
 
 enum Kind : uint16_t {
 #define X(k) k_##k,
-    TVM_FAST_KINDS(X)
+#define ENUM_IMM(n, expr) k_##n, k_LV_##n, k_##n##_PBe, k_##n##_PBn, k_LV_##n##_PBe, k_LV_##n##_PBn, k_Loc_##n,
+#define ENUM_BIN(n, expr) k_##n, k_LV_##n, k_LVLV_##n, k_##n##_PBe, k_##n##_PBn, k_LVLV_##n##_PBe, k_LVLV_##n##_PBn, k_##n##_LetPop,
+    TVM_FAST_KINDS(X) TVM_FAST_OPERATOR_KINDS(ENUM)
 #undef X
     kKinds
 };
+
+// The fused kinds of each operator, for the decoder.
+struct ImmKinds {
+    uint16_t single, lv, pbe, pbn, lv_pbe, lv_pbn, loc;
+};
+struct BinKinds {
+    uint16_t single, lv, lvlv, pbe, pbn, lvlv_pbe, lvlv_pbn, letpop;
+};
+#define TABLE_IMM(n, expr) {ENUM_IMM(n, expr)},
+#define TABLE_BIN(n, expr) {ENUM_BIN(n, expr)},
+constexpr ImmKinds kImmKinds[] = {TVM_IMMEDIATE_OPS(TABLE_IMM)};
+constexpr BinKinds kBinKinds[] = {TVM_BINARY_OPS(TABLE_BIN)};
+#undef TABLE_IMM
+#undef TABLE_BIN
 
 }  // namespace
 
@@ -39,7 +60,8 @@ struct FastOp {
     uint16_t kind;  // Kind; 0 until decoded
     uint8_t parts;  // instructions of the original code it stands for
     uint8_t len;    // bytes of the original code it covers
-    uint32_t a, b, c;
+    uint32_t a, b, c;  // operands: addresses, immediates, frame size
+    uint32_t d;        // jump or call target
 };
 
 struct FastCode {
@@ -88,11 +110,10 @@ FastCode* fast_code(Machine& m) {
     return img.fast.get();
 }
 
-// Decodes the instruction at offset `at` of a padded image of `code_end`
-// meaningful bytes.
-FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
-    FastOp op{k_Fallback, 1, 1, code[at], 0, 0};
-    if (at >= code_end) return op;  // the reference handler ends the program
+// Decodes the one instruction at offset `at` (below code_end) of a padded
+// image.
+FastOp decode_one(const uint8_t* code, uint32_t at, bool wide) {
+    FastOp op{k_Fallback, 1, 1, code[at], 0, 0, 0};
     const uint8_t* p = code + at + 1;
     const uint32_t u16 = p[0] | p[1] << 8, u24 = u16 | p[2] << 16;
     const uint32_t addr = wide ? u24 : u16, alen = wide ? 3 : 2;
@@ -101,6 +122,11 @@ FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
         op.len = static_cast<uint8_t>(1 + operand_bytes);
         op.a = a;
         op.b = b;
+        return op;
+    };
+    auto jump = [&](Kind k) {
+        op = with(k, 3);
+        op.d = u24;
         return op;
     };
     switch (code[at]) {
@@ -130,11 +156,11 @@ FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
         case 0x19: return with(k_LLong, alen, addr);
         case 0x35: return with(k_Let, 0);
         case 0x38: return with(k_PopVal, 0);
-        case 0x39: return with(k_Jmpe, 3, u24);
-        case 0x3A: return with(k_Jmpn, 3, u24);
-        case 0x3B: return with(k_Jmp, 3, u24);
+        case 0x39: return jump(k_Jmpe);
+        case 0x3A: return jump(k_Jmpn);
+        case 0x3B: return jump(k_Jmp);
         case 0x3C: return with(k_SetSp, alen, addr);
-        case 0x3D: return with(k_Call, 3, u24);
+        case 0x3D: return jump(k_Call);
         case 0x3E: return with(k_AddBp, alen + 1, addr, 4u * code[at + 1 + alen]);
         case 0x3F: return with(k_SubBp, 0);
         case 0x43: return with(k_Secret, 1, p[0]);
@@ -156,35 +182,120 @@ FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
     return op;
 }
 
+const ImmKinds* imm_kinds(uint16_t kind) {
+    for (const ImmKinds& k : kImmKinds)
+        if (k.single == kind) return &k;
+    return nullptr;
+}
+const BinKinds* bin_kinds(uint16_t kind) {
+    for (const BinKinds& k : kBinKinds)
+        if (k.single == kind) return &k;
+    return nullptr;
+}
+
+// Decodes the entry at offset `at` of a padded image of `code_end`
+// meaningful bytes: the instruction there, fused with the ones after it
+// when they form one of the common sequences. Fused jumps and calls only go
+// to targets inside the image, so that running them never needs the
+// reference handler for that.
+FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
+    if (at >= code_end) return FastOp{k_Fallback, 1, 1, code[at], 0, 0, 0};  // the reference handler ends the program
+    constexpr int kLook = 5;
+    FastOp s[kLook] = {};
+    int n = 0;
+    for (uint32_t pos = at; n < kLook && pos < code_end; pos += s[n++].len) {
+        s[n] = decode_one(code, pos, wide);
+        if (s[n].kind == k_Fallback) break;
+    }
+    auto is = [&](int i, uint16_t kind) { return i < n && s[i].kind == kind; };
+    auto branch = [&](int i) { return (is(i, k_Jmpe) || is(i, k_Jmpn)) && s[i].d < code_end; };
+    auto fused = [&](uint16_t kind, int parts, uint32_t a = 0, uint32_t b = 0, uint32_t c = 0, uint32_t d = 0) {
+        uint32_t len = 0;
+        for (int i = 0; i < parts; ++i) len += s[i].len;
+        return FastOp{kind, static_cast<uint8_t>(parts), static_cast<uint8_t>(len), a, b, c, d};
+    };
+    // The kind for a conditional jump at part i: pbe after c_jmpe, else pbn.
+    auto pick = [&](int i, uint16_t pbe, uint16_t pbn) { return s[i].kind == k_Jmpe ? pbe : pbn; };
+    if (n == 0) return decode_one(code, at, wide);
+    const FastOp& f = s[0];
+    if (f.kind == k_LLong && is(1, k_LVLong) && n > 4 && is(3, k_Let) && is(4, k_PopVal))
+        if (const ImmKinds* q = imm_kinds(s[2].kind)) return fused(q->loc, 5, f.a, s[1].a, s[2].b);
+    if (f.kind == k_LVLong) {
+        if (is(1, k_LVLong) && n > 2)
+            if (const BinKinds* o = bin_kinds(s[2].kind)) {
+                if (is(3, k_PopVal) && branch(4)) return fused(pick(4, o->lvlv_pbe, o->lvlv_pbn), 5, f.a, s[1].a, 0, s[4].d);
+                return fused(o->lvlv, 3, f.a, s[1].a);
+            }
+        if (n > 1) {
+            if (const ImmKinds* q = imm_kinds(s[1].kind)) {
+                if (is(2, k_PopVal) && branch(3)) return fused(pick(3, q->lv_pbe, q->lv_pbn), 4, f.a, s[1].b, 0, s[3].d);
+                return fused(q->lv, 2, f.a, s[1].b);
+            }
+            if (const BinKinds* o = bin_kinds(s[1].kind)) return fused(o->lv, 2, f.a);
+        }
+    }
+    if (const ImmKinds* q = imm_kinds(f.kind); q && is(1, k_PopVal) && branch(2))
+        return fused(pick(2, q->pbe, q->pbn), 3, 0, f.b, 0, s[2].d);
+    if (const BinKinds* o = bin_kinds(f.kind)) {
+        if (is(1, k_PopVal) && branch(2)) return fused(pick(2, o->pbe, o->pbn), 3, 0, 0, 0, s[2].d);
+        if (is(1, k_Let) && is(2, k_PopVal)) return fused(o->letpop, 3);
+    }
+    if (f.kind == k_PopVal && branch(1)) return fused(pick(1, k_PopJmpe, k_PopJmpn), 2, 0, 0, 0, s[1].d);
+    if (f.kind == k_Let && is(1, k_PopVal)) return fused(k_LetPop, 2);
+    if (f.kind == k_Const && (is(1, k_ARef) || is(1, k_LARef)))
+        return fused(s[1].kind == k_ARef ? k_ConstARef : k_ConstLARef, 2, f.a, s[1].a, s[1].b);
+    if (f.kind == k_Call && f.d < code_end && code[f.d] == op_code("add_bp")) {
+        const FastOp enter = decode_one(code, f.d, wide);
+        FastOp op = fused(k_CallEnter, 1, enter.a, enter.b, f.d + enter.len, f.d);
+        op.parts = 2;  // the add_bp at the target runs with the call
+        return op;
+    }
+    return f;
+}
+
 }  // namespace
 
 namespace {
+
+TVM_INLINE uint32_t cell(const uint8_t* p) {
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
 
 // Runs decoded entries until the budget is nearly used, a call stops the
 // loop, or a call changes the running image or its memory base. The
 // registers the simple instructions use live in locals meanwhile and go
 // back into the machine whenever a reference handler runs and on the way out.
+// The evaluation stack's 256 bytes (and the 3 bytes a cell at its last
+// offset reaches) lie in one piece of the memory block; the decoded code
+// runs only then, so that a cell is a plain 4-byte access.
+bool flat_stack(const Machine& m) { return ((m.lRam + m.eval_stack) & kRamMask) <= kRamSize - 259; }
+
+template <bool wide>
 uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     FastOp* const ops = fc.ops;
     const TvxImage* const image = m.pTOVI.get();
     const uint8_t* const code = m.code;
     const uint32_t code_end = m.code_end;
-    const bool wide = m.RamBits > 16;
     const uint32_t amask = m.addr_mask;
     uint8_t* const ram = m.tovix_ram;
     const uint32_t base = m.lRam, eval_stack = m.eval_stack;
     const uint32_t es = base + eval_stack;  // the evaluation stack, base added
     uint32_t top = m.eval_top, bp = m.local_bp, sp = m.local_sp, a1 = m.a1, a3 = m.a3, result = m.result;
+    // Where add_bp puts the arguments in a new frame.
+    const uint32_t args_at = m.RamBits == 32 ? 8u : m.RamBits == 16 ? 5u : 6u;
     FastOp* e = ops + m.lPC;
     uint64_t left = budget;
 
-#define PUSH(v)                                 \
-    do {                                        \
-        const uint32_t pushed_ = (v);           \
-        ram_write4(ram, es + top, pushed_);     \
-        top = (top + 4) & 0xFF;                 \
+    uint8_t* const stack = ram + (es & kRamMask);
+#define PUSH(v)                                      \
+    do {                                             \
+        const uint32_t pushed_ = (v);                \
+        std::memcpy(stack + top, &pushed_, 4);       \
+        top = (top + 4) & 0xFF;                      \
     } while (0)
-#define POP() (top = (top - 4) & 0xFF, ram_read4(ram, es + top))
+#define POP() (top = (top - 4) & 0xFF, cell(stack + top))
 #define SYNC_OUT(pc)                            \
     do {                                        \
         m.eval_top = static_cast<uint8_t>(top); \
@@ -201,29 +312,126 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
         DISPATCH();   \
     } while (0)
 #if defined(__GNUC__)
-    static const void* const labels[kKinds] = {
 #define X(k) &&L_##k,
-        TVM_FAST_KINDS(X)
+#define LABEL_IMM(n, expr) &&L_##n, &&L_LV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LV_##n##_PBe, &&L_LV_##n##_PBn, &&L_Loc_##n,
+#define LABEL_BIN(n, expr) \
+    &&L_##n, &&L_LV_##n, &&L_LVLV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LVLV_##n##_PBe, &&L_LVLV_##n##_PBn, &&L_##n##_LetPop,
+    static const void* const labels[kKinds] = {TVM_FAST_KINDS(X) TVM_FAST_OPERATOR_KINDS(LABEL)};
 #undef X
-    };
-#define DISPATCH()                  \
-    do {                            \
+#define DISPATCH()                      \
+    do {                                \
         if (left < kMaxParts) goto out; \
-        left -= e->parts;           \
-        goto* labels[e->kind];      \
+        left -= e->parts;               \
+        goto* labels[e->kind];          \
     } while (0)
 #else
-#define DISPATCH()                  \
-    do {                            \
+#define DISPATCH()                      \
+    do {                                \
         if (left < kMaxParts) goto out; \
-        left -= e->parts;           \
-        goto dispatch;              \
+        left -= e->parts;               \
+        goto dispatch;                  \
     } while (0)
 #endif
 #define HANDLER(k) L_##k:
     // A global address: the operand plus the index popped from the stack.
-#define GLOBAL() (top = (top - 4) & 0xFF, e->a + (ram_read4(ram, es + top) & amask))
+#define GLOBAL(x) ((x) + (POP() & amask))
 #define REF(x, type) (wide ? ((x) & 0xFFFFFF) | (type) << 24 : ((x) & 0xFFFF) | ((type) & 0xFF) << 16)
+
+    // One instruction's effect on the locals, for single and fused entries
+    // alike: a fused entry runs the bodies of its parts in order.
+#define B_LV(x) PUSH(ram_read4(ram, base + (x) + bp))
+#define B_LLONG(x) PUSH(REF((x) + bp, 0u))
+#define B_AREF(x, type)              \
+    do {                             \
+        const uint32_t g_ = GLOBAL(x); \
+        PUSH(REF(g_, type));         \
+    } while (0)
+#define B_LAREF(x, type)                  \
+    do {                                  \
+        const uint32_t g_ = GLOBAL(x) + bp; \
+        PUSH(REF(g_, type));              \
+    } while (0)
+#define B_IMM(k, expr)                 \
+    do {                               \
+        a1 = POP();                    \
+        a3 = (k);                      \
+        const uint32_t a = a1, b = a3; \
+        (void)a;                       \
+        (void)b;                       \
+        a1 = (expr);                   \
+        PUSH(a1);                      \
+    } while (0)
+#define B_BIN(expr)                    \
+    do {                               \
+        a3 = POP();                    \
+        a1 = POP();                    \
+        const uint32_t a = a1, b = a3; \
+        (void)a;                       \
+        (void)b;                       \
+        a1 = (expr);                   \
+        PUSH(a1);                      \
+    } while (0)
+#define B_POPVAL()      \
+    do {                \
+        a1 = POP();     \
+        result = a1;    \
+    } while (0)
+#define B_LET()                                      \
+    do {                                             \
+        a3 = POP();                                  \
+        a1 = POP();                                  \
+        uint32_t ref_ = a1, type_;                   \
+        if (wide) {                                  \
+            type_ = (ref_ >> 24) & 0x7F;             \
+            if (ref_ & 0x80000000u) ref_ += bp;      \
+            ref_ &= 0xFFFFFF;                        \
+        } else {                                     \
+            type_ = (ref_ >> 16) & 0x7F;             \
+            if (ref_ & 0x800000u) ref_ += bp;        \
+            ref_ &= 0xFFFF;                          \
+        }                                            \
+        if (type_ == 1)                              \
+            ram_write1(ram, base + ref_, a3);        \
+        else if (type_ == 2)                         \
+            ram_write2(ram, base + ref_, a3);        \
+        else                                         \
+            ram_write4(ram, base + ref_, a3);        \
+        PUSH(a3);                                    \
+    } while (0)
+    // A new frame at the call stack pointer, as add_bp makes it.
+#define B_ENTER(size, bytes)                                                                        \
+    do {                                                                                            \
+        const uint32_t caller_ = bp;                                                                \
+        bp = sp;                                                                                    \
+        ram_write2(ram, base + bp + 3, caller_);                                                    \
+        if (wide) ram_write1(ram, base + bp + 5, caller_ >> 16);                                    \
+        sp = bp + (size);                                                                           \
+        const uint32_t k_ = (bytes);                                                                \
+        if (k_ != 0) {                                                                              \
+            top = (top - k_) & 0xFF;                                                                \
+            const uint32_t dst_ = bp + args_at, from_ = (es + top) & kRamMask, to_ = (base + dst_) & kRamMask; \
+            if (top + k_ <= 256 && from_ + k_ <= kRamSize && to_ + k_ <= kRamSize &&                \
+                (to_ + k_ <= from_ || from_ + k_ <= to_)) {                                         \
+                std::memcpy(ram + to_, ram + from_, k_);                                            \
+            } else {                                                                                \
+                uint8_t src_ = static_cast<uint8_t>(top);                                           \
+                for (uint32_t i_ = 0; i_ < k_; ++i_)                                                \
+                    ram_write1(ram, base + dst_ + i_, ram_read1(ram, es + src_++));                 \
+            }                                                                                       \
+        }                                                                                           \
+    } while (0)
+    // A conditional jump ending an entry; its target is inside the image. A
+    // pending exit request is left to the reference handler.
+#define B_BRANCH(taken)                  \
+    do {                                 \
+        if (!(taken)) NEXT();            \
+        if (m.force_exit_tvx) {          \
+            e += e->len - 4;             \
+            goto L_Fallback;             \
+        }                                \
+        e = ops + e->d;                  \
+        DISPATCH();                      \
+    } while (0)
 
     DISPATCH();
 #if !defined(__GNUC__)
@@ -231,7 +439,25 @@ dispatch:
     switch (e->kind) {
 #define X(k) \
     case k_##k: goto L_##k;
+#define CASE_IMM(n, expr)                         \
+    case k_##n: goto L_##n;                       \
+    case k_LV_##n: goto L_LV_##n;                 \
+    case k_##n##_PBe: goto L_##n##_PBe;           \
+    case k_##n##_PBn: goto L_##n##_PBn;           \
+    case k_LV_##n##_PBe: goto L_LV_##n##_PBe;     \
+    case k_LV_##n##_PBn: goto L_LV_##n##_PBn;     \
+    case k_Loc_##n: goto L_Loc_##n;
+#define CASE_BIN(n, expr)                         \
+    case k_##n: goto L_##n;                       \
+    case k_LV_##n: goto L_LV_##n;                 \
+    case k_LVLV_##n: goto L_LVLV_##n;             \
+    case k_##n##_PBe: goto L_##n##_PBe;           \
+    case k_##n##_PBn: goto L_##n##_PBn;           \
+    case k_LVLV_##n##_PBe: goto L_LVLV_##n##_PBe; \
+    case k_LVLV_##n##_PBn: goto L_LVLV_##n##_PBn; \
+    case k_##n##_LetPop: goto L_##n##_LetPop;
         TVM_FAST_KINDS(X)
+        TVM_FAST_OPERATOR_KINDS(CASE)
 #undef X
         default: goto L_Fallback;
     }
@@ -285,71 +511,66 @@ dispatch:
         NEXT();
     }
     HANDLER(LVLong) {
-        PUSH(ram_read4(ram, base + e->a + bp));
+        B_LV(e->a);
         NEXT();
     }
     HANDLER(GChar) {
-        PUSH(ram_read1(ram, base + GLOBAL()));
+        PUSH(ram_read1(ram, base + GLOBAL(e->a)));
         NEXT();
     }
     HANDLER(GInt) {
-        PUSH(static_cast<uint32_t>(ram_read2(ram, base + GLOBAL())));
+        PUSH(static_cast<uint32_t>(ram_read2(ram, base + GLOBAL(e->a))));
         NEXT();
     }
     HANDLER(GLong) {
-        PUSH(ram_read4(ram, base + GLOBAL()));
+        PUSH(ram_read4(ram, base + GLOBAL(e->a)));
         NEXT();
     }
     HANDLER(LGChar) {
-        PUSH(ram_read1(ram, base + GLOBAL() + bp));
+        PUSH(ram_read1(ram, base + GLOBAL(e->a) + bp));
         NEXT();
     }
     HANDLER(LGInt) {
-        PUSH(static_cast<uint32_t>(ram_read2(ram, base + GLOBAL() + bp)));
+        PUSH(static_cast<uint32_t>(ram_read2(ram, base + GLOBAL(e->a) + bp)));
         NEXT();
     }
     HANDLER(LGLong) {
-        PUSH(ram_read4(ram, base + GLOBAL() + bp));
+        PUSH(ram_read4(ram, base + GLOBAL(e->a) + bp));
         NEXT();
     }
     HANDLER(ARef) {
-        const uint32_t g = GLOBAL();
-        PUSH(REF(g, e->b));
+        B_AREF(e->a, e->b);
         NEXT();
     }
     HANDLER(LARef) {
-        const uint32_t g = GLOBAL() + bp;
-        PUSH(REF(g, e->b));
+        B_LAREF(e->a, e->b);
+        NEXT();
+    }
+    HANDLER(ConstARef) {
+        PUSH(e->a);
+        B_AREF(e->b, e->c);
+        NEXT();
+    }
+    HANDLER(ConstLARef) {
+        PUSH(e->a);
+        B_LAREF(e->b, e->c);
         NEXT();
     }
     HANDLER(LLong) {
-        PUSH(REF(e->a + bp, 0u));
+        B_LLONG(e->a);
         NEXT();
     }
     HANDLER(Ax) {
-        PUSH(GLOBAL());
+        PUSH(GLOBAL(e->a));
         NEXT();
     }
     HANDLER(Let) {
-        a3 = POP();
-        a1 = POP();
-        uint32_t ref = a1, type;
-        if (wide) {
-            type = (ref >> 24) & 0x7F;
-            if (ref & 0x80000000u) ref += bp;
-            ref &= 0xFFFFFF;
-        } else {
-            type = (ref >> 16) & 0x7F;
-            if (ref & 0x800000u) ref += bp;
-            ref &= 0xFFFF;
-        }
-        if (type == 1)
-            ram_write1(ram, base + ref, a3);
-        else if (type == 2)
-            ram_write2(ram, base + ref, a3);
-        else
-            ram_write4(ram, base + ref, a3);
-        PUSH(a3);
+        B_LET();
+        NEXT();
+    }
+    HANDLER(LetPop) {
+        B_LET();
+        B_POPVAL();
         NEXT();
     }
     HANDLER(Letx) {
@@ -366,9 +587,16 @@ dispatch:
         NEXT();
     }
     HANDLER(PopVal) {
-        a1 = POP();
-        result = a1;
+        B_POPVAL();
         NEXT();
+    }
+    HANDLER(PopJmpe) {
+        B_POPVAL();
+        B_BRANCH(result == 0);
+    }
+    HANDLER(PopJmpn) {
+        B_POPVAL();
+        B_BRANCH(result != 0);
     }
     // Jumps and calls leave a target outside the image and a pending exit
     // request to the reference handler.
@@ -381,25 +609,35 @@ dispatch:
         goto L_Jmp;
     }
     HANDLER(Jmp) {
-        if (e->a >= code_end || m.force_exit_tvx) goto L_Fallback;
-        e = ops + e->a;
+        if (e->d >= code_end || m.force_exit_tvx) goto L_Fallback;
+        e = ops + e->d;
         DISPATCH();
     }
+#define B_CALL()                                                  \
+    do {                                                          \
+        const uint32_t ret_ = static_cast<uint32_t>(e - ops) + 4; \
+        ram_write1(ram, base + sp, ret_);                         \
+        ram_write1(ram, base + sp + 1, ret_ >> 8);                \
+        ram_write1(ram, base + sp + 2, ret_ >> 16);               \
+    } while (0)
     HANDLER(Call) {
-        if (e->a >= code_end || m.force_exit_tvx) goto L_Fallback;
-        const uint32_t ret = static_cast<uint32_t>(e - ops) + 4;
-        ram_write1(ram, base + sp, ret);
-        ram_write1(ram, base + sp + 1, ret >> 8);
-        ram_write1(ram, base + sp + 2, ret >> 16);
-        e = ops + e->a;
+        if (e->d >= code_end || m.force_exit_tvx) goto L_Fallback;
+        B_CALL();
+        e = ops + e->d;
+        DISPATCH();
+    }
+    HANDLER(CallEnter) {
+        if (m.force_exit_tvx) {
+            ++left;  // only the call runs, in the reference handler
+            goto L_Fallback;
+        }
+        B_CALL();
+        B_ENTER(e->a, e->b);
+        e = ops + e->c;
         DISPATCH();
     }
     HANDLER(AddBp) {
-        m.eval_top = static_cast<uint8_t>(top);
-        m.local_bp = bp;
-        m.local_sp = sp;
-        enter_frame(m, e->a, e->b);
-        top = m.eval_top, bp = m.local_bp, sp = m.local_sp;
+        B_ENTER(e->a, e->b);
         NEXT();
     }
     HANDLER(SubBp) {
@@ -439,28 +677,94 @@ dispatch:
         m.secret = static_cast<uint8_t>(e->a);
         NEXT();
     }
-#define TVM_FAST_BINARY(name, expr)         \
-    HANDLER(name) {                         \
-        a3 = POP();                         \
-        a1 = POP();                         \
-        const uint32_t a = a1, b = a3;      \
-        (void)a;                            \
-        (void)b;                            \
-        a1 = (expr);                        \
-        PUSH(a1);                           \
-        NEXT();                             \
+    // The operators, alone and in their fused sequences.
+#define HANDLERS_IMM(n, expr)      \
+    HANDLER(n) {                   \
+        B_IMM(e->b, expr);         \
+        NEXT();                    \
+    }                              \
+    HANDLER(LV_##n) {              \
+        B_LV(e->a);                \
+        B_IMM(e->b, expr);         \
+        NEXT();                    \
+    }                              \
+    HANDLER(n##_PBe) {             \
+        B_IMM(e->b, expr);         \
+        B_POPVAL();                \
+        B_BRANCH(result == 0);     \
+    }                              \
+    HANDLER(n##_PBn) {             \
+        B_IMM(e->b, expr);         \
+        B_POPVAL();                \
+        B_BRANCH(result != 0);     \
+    }                              \
+    HANDLER(LV_##n##_PBe) {        \
+        B_LV(e->a);                \
+        B_IMM(e->b, expr);         \
+        B_POPVAL();                \
+        B_BRANCH(result == 0);     \
+    }                              \
+    HANDLER(LV_##n##_PBn) {        \
+        B_LV(e->a);                \
+        B_IMM(e->b, expr);         \
+        B_POPVAL();                \
+        B_BRANCH(result != 0);     \
+    }                              \
+    HANDLER(Loc_##n) {             \
+        B_LLONG(e->a);             \
+        B_LV(e->b);                \
+        B_IMM(e->c, expr);         \
+        B_LET();                   \
+        B_POPVAL();                \
+        NEXT();                    \
     }
-#define TVM_FAST_IMMEDIATE(name, expr)      \
-    HANDLER(name) {                         \
-        a1 = POP();                         \
-        a3 = e->b;                          \
-        const uint32_t a = a1, b = a3;      \
-        a1 = (expr);                        \
-        PUSH(a1);                           \
-        NEXT();                             \
+#define HANDLERS_BIN(n, expr)      \
+    HANDLER(n) {                   \
+        B_BIN(expr);               \
+        NEXT();                    \
+    }                              \
+    HANDLER(LV_##n) {              \
+        B_LV(e->a);                \
+        B_BIN(expr);               \
+        NEXT();                    \
+    }                              \
+    HANDLER(LVLV_##n) {            \
+        B_LV(e->a);                \
+        B_LV(e->b);                \
+        B_BIN(expr);               \
+        NEXT();                    \
+    }                              \
+    HANDLER(n##_PBe) {             \
+        B_BIN(expr);               \
+        B_POPVAL();                \
+        B_BRANCH(result == 0);     \
+    }                              \
+    HANDLER(n##_PBn) {             \
+        B_BIN(expr);               \
+        B_POPVAL();                \
+        B_BRANCH(result != 0);     \
+    }                              \
+    HANDLER(LVLV_##n##_PBe) {      \
+        B_LV(e->a);                \
+        B_LV(e->b);                \
+        B_BIN(expr);               \
+        B_POPVAL();                \
+        B_BRANCH(result == 0);     \
+    }                              \
+    HANDLER(LVLV_##n##_PBn) {      \
+        B_LV(e->a);                \
+        B_LV(e->b);                \
+        B_BIN(expr);               \
+        B_POPVAL();                \
+        B_BRANCH(result != 0);     \
+    }                              \
+    HANDLER(n##_LetPop) {          \
+        B_BIN(expr);               \
+        B_LET();                   \
+        B_POPVAL();                \
+        NEXT();                    \
     }
-    TVM_BINARY_OPS(TVM_FAST_BINARY)
-    TVM_IMMEDIATE_OPS(TVM_FAST_IMMEDIATE)
+    TVM_FAST_OPERATOR_KINDS(HANDLERS)
 
 out:
     SYNC_OUT(static_cast<uint32_t>(e - ops));
@@ -474,7 +778,9 @@ uint64_t vm_run_fast(Machine& m, uint64_t max_steps) {
     while (m.stop == Stop::None && max_steps - done >= kMaxParts) {
         FastCode* fc = m.pTOVI ? fast_code(m) : nullptr;
         if (!fc || m.lPC >= fc->size) break;
-        const uint64_t n = run_decoded(m, *fc, max_steps - done);
+        if (!flat_stack(m)) break;
+        const uint64_t n = m.RamBits > 16 ? run_decoded<true>(m, *fc, max_steps - done)
+                                          : run_decoded<false>(m, *fc, max_steps - done);
         if (n == 0) break;
         done += n;
     }
