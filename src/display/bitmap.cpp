@@ -86,10 +86,10 @@ bool mirrors(Fmt f, uint32_t w) {
 }
 
 // Clips the bitmap to the screen and draws each visible pixel through
-// op(screen byte, source pixel).
-template <class Op>
+// op(screen byte, source pixel). The format is a template argument so that
+// the per-pixel unpacking is specialised for it.
+template <Fmt f, class Op>
 void blit(Machine& m, const Pen& pen, uint16_t x16, uint16_t y16, uint16_t w16, uint16_t h16, const BitmapSource& data, Op op) {
-    const Fmt f = fmt_of(m);
     const int32_t sw = screen_w(m), sh = screen_h(m);
     const uint32_t w = w16, bpr = row_bytes(f, w);
     const bool mirror = pen.negative && mirrors(f, w);
@@ -149,16 +149,16 @@ void guest_zero(Machine& m, uint32_t addr, uint32_t n) {
 }  // namespace
 
 void write81(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    blit(m, pen, x, y, w, h, data, [](uint8_t, uint8_t s) { return s; });
+    blit<Fmt::byte>(m, pen, x, y, w, h, data, [](uint8_t, uint8_t s) { return s; });
 }
 
 void write86(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    blit(m, pen, x, y, w, h, data, [](uint8_t d, uint8_t s) { return s ? s : d; });
+    blit<Fmt::byte>(m, pen, x, y, w, h, data, [](uint8_t d, uint8_t s) { return s ? s : d; });
 }
 
 void write8(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
     const uint8_t cmd = pen.lcmd;
-    blit(m, pen, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::byte, cmd, d, s); });
+    blit<Fmt::byte>(m, pen, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::byte, cmd, d, s); });
 }
 
 void write_comm(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
@@ -173,7 +173,10 @@ void write_comm(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, 
         return;
     }
     const uint8_t cmd = pen.lcmd;
-    blit(m, pen, x, y, w, h, data, [f, cmd](uint8_t d, uint8_t s) { return combine(f, cmd, d, s); });
+    if (f == Fmt::mono)
+        blit<Fmt::mono>(m, pen, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::mono, cmd, d, s); });
+    else
+        blit<Fmt::grey>(m, pen, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::grey, cmd, d, s); });
 }
 
 void c_writeblock(Machine& m) {
