@@ -88,14 +88,20 @@ inline void quiet(Core& core) {
 // max_steps instructions and about a second of host time (a call can cost
 // as much as a pass over guest memory): time jumps to the end of each wait,
 // a wait for a key gets a tap of the next button of a fixed cycle (up to 24
-// taps), a wait for released keys gets them released. Returns the steps run.
-inline uint64_t drive(Core& core, uint64_t max_steps) {
+// taps), a wait for released keys gets them released. Returns the steps
+// run; *late is set when the host time ran out.
+inline uint64_t drive(Core& core, uint64_t max_steps, bool* late = nullptr) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     static constexpr uint16_t kCycle[] = {BTN_A, BTN_DOWN, BTN_RIGHT, BTN_B, BTN_UP, BTN_LEFT,
                                           BTN_START, BTN_SELECT, BTN_X, BTN_Y, BTN_L1, BTN_R1};
     uint64_t steps = 0;
     int taps = 0;
-    for (int slice = 0; slice < 50000 && steps < max_steps && std::chrono::steady_clock::now() < deadline; ++slice) {
+    if (late) *late = false;
+    for (int slice = 0; slice < 50000 && steps < max_steps; ++slice) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            if (late) *late = true;
+            break;
+        }
         const uint64_t until = core_time(core) + 16'666'667;
         const RunResult r = core_run(core, {until, std::min<uint64_t>(max_steps - steps, 100)});
         steps += r.steps;

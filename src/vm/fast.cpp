@@ -351,35 +351,36 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
         const uint32_t g_ = GLOBAL(x) + bp; \
         PUSH(REF(g_, type));              \
     } while (0)
-#define B_IMM(k, expr)                 \
+    // An operator on a1 (the cell below) and a3 (the top cell or the
+    // immediate); the result replaces them.
+#define B_APPLY(expr)                  \
     do {                               \
-        a1 = POP();                    \
-        a3 = (k);                      \
         const uint32_t a = a1, b = a3; \
         (void)a;                       \
         (void)b;                       \
         a1 = (expr);                   \
         PUSH(a1);                      \
     } while (0)
-#define B_BIN(expr)                    \
-    do {                               \
-        a3 = POP();                    \
-        a1 = POP();                    \
-        const uint32_t a = a1, b = a3; \
-        (void)a;                       \
-        (void)b;                       \
-        a1 = (expr);                   \
-        PUSH(a1);                      \
+#define B_IMM(k, expr)   \
+    do {                 \
+        a1 = POP();      \
+        a3 = (k);        \
+        B_APPLY(expr);   \
+    } while (0)
+#define B_BIN(expr)      \
+    do {                 \
+        a3 = POP();      \
+        a1 = POP();      \
+        B_APPLY(expr);   \
     } while (0)
 #define B_POPVAL()      \
     do {                \
         a1 = POP();     \
         result = a1;    \
     } while (0)
-#define B_LET()                                      \
+    // c_let's store of a3 through the reference a1, and its push of a3.
+#define B_STORE_REF()                                \
     do {                                             \
-        a3 = POP();                                  \
-        a1 = POP();                                  \
         uint32_t ref_ = a1, type_;                   \
         if (wide) {                                  \
             type_ = (ref_ >> 24) & 0x7F;             \
@@ -397,6 +398,58 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
         else                                         \
             ram_write4(ram, base + ref_, a3);        \
         PUSH(a3);                                    \
+    } while (0)
+#define B_LET()          \
+    do {                 \
+        a3 = POP();      \
+        a1 = POP();      \
+        B_STORE_REF();   \
+    } while (0)
+    // Inside a fused entry the cells a part pops are often ones an earlier
+    // part pushed, whose values are still at hand: these forms take them
+    // from there instead of reading them back (the cells are written all
+    // the same).
+#define LOAD_LV(x) ram_read4(ram, base + (x) + bp)
+#define B_IMM_KNOWN(v, k, expr)        \
+    do {                               \
+        top = (top - 4) & 0xFF;        \
+        a1 = (v);                      \
+        a3 = (k);                      \
+        B_APPLY(expr);                 \
+    } while (0)
+#define B_BIN_KNOWN(x, y, expr)        \
+    do {                               \
+        top = (top - 8) & 0xFF;        \
+        a3 = (y);                      \
+        a1 = (x);                      \
+        B_APPLY(expr);                 \
+    } while (0)
+#define B_BIN_TOP(y, expr)             \
+    do {                               \
+        top = (top - 4) & 0xFF;        \
+        a3 = (y);                      \
+        a1 = POP();                    \
+        B_APPLY(expr);                 \
+    } while (0)
+#define B_POPVAL_KNOWN(v)       \
+    do {                        \
+        top = (top - 4) & 0xFF; \
+        a1 = (v);               \
+        result = a1;            \
+    } while (0)
+#define B_LET_KNOWN(r, v)       \
+    do {                        \
+        top = (top - 8) & 0xFF; \
+        a3 = (v);               \
+        a1 = (r);               \
+        B_STORE_REF();          \
+    } while (0)
+#define B_LET_VALUE(v)          \
+    do {                        \
+        top = (top - 4) & 0xFF; \
+        a3 = (v);               \
+        a1 = POP();             \
+        B_STORE_REF();          \
     } while (0)
     // A new frame at the call stack pointer, as add_bp makes it.
 #define B_ENTER(size, bytes)                                                                        \
@@ -548,12 +601,16 @@ dispatch:
     }
     HANDLER(ConstARef) {
         PUSH(e->a);
-        B_AREF(e->b, e->c);
+        top = (top - 4) & 0xFF;
+        const uint32_t g = e->b + (e->a & amask);
+        PUSH(REF(g, e->c));
         NEXT();
     }
     HANDLER(ConstLARef) {
         PUSH(e->a);
-        B_LAREF(e->b, e->c);
+        top = (top - 4) & 0xFF;
+        const uint32_t g = e->b + (e->a & amask) + bp;
+        PUSH(REF(g, e->c));
         NEXT();
     }
     HANDLER(LLong) {
@@ -570,7 +627,7 @@ dispatch:
     }
     HANDLER(LetPop) {
         B_LET();
-        B_POPVAL();
+        B_POPVAL_KNOWN(a3);
         NEXT();
     }
     HANDLER(Letx) {
@@ -678,91 +735,69 @@ dispatch:
         NEXT();
     }
     // The operators, alone and in their fused sequences.
-#define HANDLERS_IMM(n, expr)      \
-    HANDLER(n) {                   \
-        B_IMM(e->b, expr);         \
-        NEXT();                    \
-    }                              \
-    HANDLER(LV_##n) {              \
-        B_LV(e->a);                \
-        B_IMM(e->b, expr);         \
-        NEXT();                    \
-    }                              \
-    HANDLER(n##_PBe) {             \
-        B_IMM(e->b, expr);         \
-        B_POPVAL();                \
-        B_BRANCH(result == 0);     \
-    }                              \
-    HANDLER(n##_PBn) {             \
-        B_IMM(e->b, expr);         \
-        B_POPVAL();                \
-        B_BRANCH(result != 0);     \
-    }                              \
-    HANDLER(LV_##n##_PBe) {        \
-        B_LV(e->a);                \
-        B_IMM(e->b, expr);         \
-        B_POPVAL();                \
-        B_BRANCH(result == 0);     \
-    }                              \
-    HANDLER(LV_##n##_PBn) {        \
-        B_LV(e->a);                \
-        B_IMM(e->b, expr);         \
-        B_POPVAL();                \
-        B_BRANCH(result != 0);     \
-    }                              \
-    HANDLER(Loc_##n) {             \
-        B_LLONG(e->a);             \
-        B_LV(e->b);                \
-        B_IMM(e->c, expr);         \
-        B_LET();                   \
-        B_POPVAL();                \
-        NEXT();                    \
+    // A fused entry ending in pop_val and c_jmpe (k_PBe) or c_jmpn (k_PBn).
+#define BRANCHING(k, body)       \
+    HANDLER(k##_PBe) {           \
+        body;                    \
+        B_POPVAL_KNOWN(a1);      \
+        B_BRANCH(result == 0);   \
+    }                            \
+    HANDLER(k##_PBn) {           \
+        body;                    \
+        B_POPVAL_KNOWN(a1);      \
+        B_BRANCH(result != 0);   \
     }
-#define HANDLERS_BIN(n, expr)      \
-    HANDLER(n) {                   \
-        B_BIN(expr);               \
-        NEXT();                    \
-    }                              \
-    HANDLER(LV_##n) {              \
-        B_LV(e->a);                \
-        B_BIN(expr);               \
-        NEXT();                    \
-    }                              \
-    HANDLER(LVLV_##n) {            \
-        B_LV(e->a);                \
-        B_LV(e->b);                \
-        B_BIN(expr);               \
-        NEXT();                    \
-    }                              \
-    HANDLER(n##_PBe) {             \
-        B_BIN(expr);               \
-        B_POPVAL();                \
-        B_BRANCH(result == 0);     \
-    }                              \
-    HANDLER(n##_PBn) {             \
-        B_BIN(expr);               \
-        B_POPVAL();                \
-        B_BRANCH(result != 0);     \
-    }                              \
-    HANDLER(LVLV_##n##_PBe) {      \
-        B_LV(e->a);                \
-        B_LV(e->b);                \
-        B_BIN(expr);               \
-        B_POPVAL();                \
-        B_BRANCH(result == 0);     \
-    }                              \
-    HANDLER(LVLV_##n##_PBn) {      \
-        B_LV(e->a);                \
-        B_LV(e->b);                \
-        B_BIN(expr);               \
-        B_POPVAL();                \
-        B_BRANCH(result != 0);     \
-    }                              \
-    HANDLER(n##_LetPop) {          \
-        B_BIN(expr);               \
-        B_LET();                   \
-        B_POPVAL();                \
-        NEXT();                    \
+    // Loads of one or two frame cells, pushed, their values kept.
+#define PUSH_LV(x)                         \
+    const uint32_t x_ = LOAD_LV(x);        \
+    PUSH(x_)
+#define PUSH_LV2(x, y)                     \
+    PUSH_LV(x);                            \
+    const uint32_t y_ = LOAD_LV(y);        \
+    PUSH(y_)
+#define HANDLERS_IMM(n, expr)                                \
+    HANDLER(n) {                                             \
+        B_IMM(e->b, expr);                                   \
+        NEXT();                                              \
+    }                                                        \
+    HANDLER(LV_##n) {                                        \
+        PUSH_LV(e->a);                                       \
+        B_IMM_KNOWN(x_, e->b, expr);                         \
+        NEXT();                                              \
+    }                                                        \
+    BRANCHING(n, B_IMM(e->b, expr))                          \
+    BRANCHING(LV_##n, PUSH_LV(e->a); B_IMM_KNOWN(x_, e->b, expr)) \
+    HANDLER(Loc_##n) {                                       \
+        const uint32_t r_ = REF(e->a + bp, 0u);              \
+        PUSH(r_);                                            \
+        PUSH_LV(e->b);                                       \
+        B_IMM_KNOWN(x_, e->c, expr);                         \
+        B_LET_KNOWN(r_, a1);                                 \
+        B_POPVAL_KNOWN(a3);                                  \
+        NEXT();                                              \
+    }
+#define HANDLERS_BIN(n, expr)                                \
+    HANDLER(n) {                                             \
+        B_BIN(expr);                                         \
+        NEXT();                                              \
+    }                                                        \
+    HANDLER(LV_##n) {                                        \
+        PUSH_LV(e->a);                                       \
+        B_BIN_TOP(x_, expr);                                 \
+        NEXT();                                              \
+    }                                                        \
+    HANDLER(LVLV_##n) {                                      \
+        PUSH_LV2(e->a, e->b);                                \
+        B_BIN_KNOWN(x_, y_, expr);                           \
+        NEXT();                                              \
+    }                                                        \
+    BRANCHING(n, B_BIN(expr))                                \
+    BRANCHING(LVLV_##n, PUSH_LV2(e->a, e->b); B_BIN_KNOWN(x_, y_, expr)) \
+    HANDLER(n##_LetPop) {                                    \
+        B_BIN(expr);                                         \
+        B_LET_VALUE(a1);                                     \
+        B_POPVAL_KNOWN(a3);                                  \
+        NEXT();                                              \
     }
     TVM_FAST_OPERATOR_KINDS(HANDLERS)
 
