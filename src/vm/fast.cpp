@@ -244,7 +244,7 @@ FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
     if (f.kind == k_Let && is(1, k_PopVal)) return fused(k_LetPop, 2);
     if (f.kind == k_Const && (is(1, k_ARef) || is(1, k_LARef)))
         return fused(s[1].kind == k_ARef ? k_ConstARef : k_ConstLARef, 2, f.a, s[1].a, s[1].b);
-    if (f.kind == k_Call && f.d < code_end && code[f.d] == op_code("add_bp")) {
+    if (constexpr uint8_t kAddBp = op_code("add_bp"); f.kind == k_Call && f.d < code_end && code[f.d] == kAddBp) {
         const FastOp enter = decode_one(code, f.d, wide);
         FastOp op = fused(k_CallEnter, 1, enter.a, enter.b, f.d + enter.len, f.d);
         op.parts = 2;  // the add_bp at the target runs with the call
@@ -253,25 +253,22 @@ FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
     return f;
 }
 
-}  // namespace
-
-namespace {
-
+// A stack cell in place.
 TVM_INLINE uint32_t cell(const uint8_t* p) {
     uint32_t v;
     std::memcpy(&v, p, 4);
     return v;
 }
 
-// Runs decoded entries until the budget is nearly used, a call stops the
-// loop, or a call changes the running image or its memory base. The
-// registers the simple instructions use live in locals meanwhile and go
-// back into the machine whenever a reference handler runs and on the way out.
 // The evaluation stack's 256 bytes (and the 3 bytes a cell at its last
 // offset reaches) lie in one piece of the memory block; the decoded code
 // runs only then, so that a cell is a plain 4-byte access.
 bool flat_stack(const Machine& m) { return ((m.lRam + m.eval_stack) & kRamMask) <= kRamSize - 259; }
 
+// Runs decoded entries until the budget is nearly used, a call stops the
+// loop, or a call changes the running image or its memory base. The
+// registers the simple instructions use live in locals meanwhile and go
+// back into the machine whenever a reference handler runs and on the way out.
 template <bool wide>
 uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     FastOp* const ops = fc.ops;
