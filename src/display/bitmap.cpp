@@ -85,11 +85,26 @@ bool mirrors(Fmt f, uint32_t w) {
     return false;
 }
 
-// Clips the bitmap to the screen and draws each visible pixel through
-// op(screen byte, source pixel). The format is a template argument so that
-// the per-pixel unpacking is specialised for it.
-template <Fmt f, class Op>
-void blit(Machine& m, const Pen& pen, uint16_t x16, uint16_t y16, uint16_t w16, uint16_t h16, const BitmapSource& data, Op op) {
+// Combines a row of source pixels into the screen with draw mode cmd; one
+// loop per mode, so that each is a plain loop the compiler can vectorise.
+template <Fmt f>
+void combine_row(uint8_t cmd, uint8_t* dst, const uint8_t* px, int32_t n) {
+    switch (cmd & 15) {
+#define TVM_ROW(c) \
+    case c:        \
+        for (int32_t i = 0; i < n; ++i) dst[i] = combine(f, c, dst[i], px[i]); \
+        return;
+        TVM_ROW(0) TVM_ROW(1) TVM_ROW(2) TVM_ROW(3) TVM_ROW(4) TVM_ROW(5) TVM_ROW(6) TVM_ROW(7)
+        TVM_ROW(8) TVM_ROW(9) TVM_ROW(10) TVM_ROW(11) TVM_ROW(12) TVM_ROW(13) TVM_ROW(14) TVM_ROW(15)
+#undef TVM_ROW
+    }
+}
+
+// Clips the bitmap to the screen and draws each visible pixel with draw
+// mode cmd. The format is a template argument so that unpacking the pixels
+// is specialised for it.
+template <Fmt f>
+void blit(Machine& m, const Pen& pen, uint16_t x16, uint16_t y16, uint16_t w16, uint16_t h16, const BitmapSource& data, uint8_t cmd) {
     const int32_t sw = screen_w(m), sh = screen_h(m);
     const uint32_t w = w16, bpr = row_bytes(f, w);
     const bool mirror = pen.negative && mirrors(f, w);
@@ -121,14 +136,16 @@ void blit(Machine& m, const Pen& pen, uint16_t x16, uint16_t y16, uint16_t w16, 
     }
     if (h <= 0 || cols <= 0) return;
 
+    uint8_t px[320];  // one row's source pixels (cols is at most the screen width)
     for (int32_t r = 0; r < h; ++r) {
         uint8_t* dst = m.ScreenBuffer + ByteAddr(static_cast<uint16_t>(x), static_cast<uint16_t>(y + r), pen.no_buf);
         const uint32_t row = src_row + static_cast<uint32_t>(r);
         for (int32_t i = 0; i < cols; ++i) {
             uint32_t col = src_col + static_cast<uint32_t>(i);
             if (mirror) col = w - 1 - col;
-            dst[i] = op(dst[i], source_pixel(m, data, f, bpr, row, col));
+            px[i] = source_pixel(m, data, f, bpr, row, col);
         }
+        combine_row<f>(cmd, dst, px, cols);
     }
 }
 
@@ -148,35 +165,12 @@ void guest_zero(Machine& m, uint32_t addr, uint32_t n) {
 
 }  // namespace
 
-void write81(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    blit<Fmt::byte>(m, pen, x, y, w, h, data, [](uint8_t, uint8_t s) { return s; });
-}
-
-void write86(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    blit<Fmt::byte>(m, pen, x, y, w, h, data, [](uint8_t d, uint8_t s) { return s ? s : d; });
-}
-
-void write8(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    const uint8_t cmd = pen.lcmd;
-    blit<Fmt::byte>(m, pen, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::byte, cmd, d, s); });
-}
-
 void write_comm(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data) {
-    const Fmt f = fmt_of(m);
-    if (f == Fmt::byte) {
-        if (pen.lcmd == 1)
-            write81(m, pen, x, y, w, h, data);
-        else if (pen.lcmd == 6)
-            write86(m, pen, x, y, w, h, data);
-        else
-            write8(m, pen, x, y, w, h, data);
-        return;
+    switch (fmt_of(m)) {
+        case Fmt::byte: return blit<Fmt::byte>(m, pen, x, y, w, h, data, pen.lcmd);
+        case Fmt::grey: return blit<Fmt::grey>(m, pen, x, y, w, h, data, pen.lcmd);
+        case Fmt::mono: return blit<Fmt::mono>(m, pen, x, y, w, h, data, pen.lcmd);
     }
-    const uint8_t cmd = pen.lcmd;
-    if (f == Fmt::mono)
-        blit<Fmt::mono>(m, pen, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::mono, cmd, d, s); });
-    else
-        blit<Fmt::grey>(m, pen, x, y, w, h, data, [cmd](uint8_t d, uint8_t s) { return combine(Fmt::grey, cmd, d, s); });
 }
 
 void c_writeblock(Machine& m) {

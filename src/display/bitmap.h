@@ -29,8 +29,3 @@ inline BitmapSource host_bitmap(const uint8_t* p, uint32_t n) { return BitmapSou
 // beyond the screen edge is read as a negative 16-bit value.
 void write_comm(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
 
-// The mode 8 writers write_comm picks: plain copy (lcmd 1), copy where the
-// source is not 0 (lcmd 6), and every other draw mode.
-void write81(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
-void write86(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
-void write8(Machine& m, const Pen& pen, uint16_t x, uint16_t y, uint16_t w, uint16_t h, const BitmapSource& data);
