@@ -159,6 +159,27 @@ RunResult core_run(Core& core, const RunBudget& budget) {
     return r;
 }
 
+RunResult core_run_frame(Core& core, uint64_t until_ns, uint64_t max_steps) {
+    constexpr int kBusyRuns = 8;  // runs cut short by bulk work, at most, per frame
+    RunResult last;
+    uint64_t steps = 0;
+    bool new_frame = false;
+    for (int busy_runs = 0;;) {
+        last = core_run(core, {.until_ns = until_ns, .max_steps = max_steps - steps});
+        steps += last.steps;
+        new_frame = new_frame || last.new_frame;
+        if (last.status == RunStatus::Ended || steps >= max_steps) break;
+        // Frames presented inside the slice only replace each other.
+        if (last.status == RunStatus::Frame && last.steps > 0) continue;
+        const bool busy = last.status == RunStatus::Budget && core_time(core) < until_ns;
+        if (!busy || ++busy_runs >= kBusyRuns) break;
+    }
+    if (last.status != RunStatus::Ended && core_time(core) < until_ns) core_set_time(core, until_ns);
+    last.steps = steps;
+    last.new_frame = new_frame;
+    return last;
+}
+
 void core_press(Core& core, uint16_t buttons) {
     buttons &= kAllButtons;
     if (!buttons) return;

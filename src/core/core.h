@@ -126,6 +126,15 @@ std::string core_load(Core& core, const LoadOptions& opts);
 // or ends. A dirty screen is presented before the run returns.
 RunResult core_run(Core& core, const RunBudget& budget);
 
+// One frame of a host that shows a frame every 1/60 s (or any fixed step)
+// and moves the guest clock by exactly that step, so that the same input
+// gives the same frames on every machine: runs until until_ns or max_steps
+// instructions (what a busy guest gets per frame), going on after frames
+// presented inside the slice and, a few times, after runs cut short by bulk
+// work; then moves the clock to until_ns unless the program ended. Returns
+// the last run's result, with steps and new_frame counted over the frame.
+RunResult core_run_frame(Core& core, uint64_t until_ns, uint64_t max_steps);
+
 // Button changes, applied in order at the start of the next run. A press
 // and release that both arrive between two runs are still seen by the guest
 // as one press: the release waits until the guest has run with the button

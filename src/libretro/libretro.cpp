@@ -28,9 +28,6 @@ constexpr uint64_t kFrameNs = 16'666'667;  // guest time per retro_run
 // frame; its clock still moves by one frame, so a busy program cannot hold
 // up the front-end.
 constexpr uint64_t kStepsPerFrame = 4'000'000;
-// Runs a frame gives a guest whose calls do much bulk work (each ends after
-// about a millisecond of it).
-constexpr int kBusyRunsPerFrame = 8;
 constexpr int kGridFactor = 3;  // the smallest enlargement that shows the grid
 constexpr int kGridMaxSide = 160;
 constexpr unsigned kMaxSide = 480;  // 160 x 3 with the grid; 320 x 240 without
@@ -380,25 +377,8 @@ RETRO_API void retro_run(void) {
         core_set_buttons(core, word);
         const uint64_t target = g.frame_ns + kFrameNs;
         g.frame_ns = target;
-        uint64_t steps = 0;
-        // Frames presented inside the slice only replace each other; the
-        // slice ends when its time or its instructions are used, or the
-        // guest waits past it. Runs that return early on bulk work go on a
-        // few times.
-        int busy_runs = 0;
-        for (;;) {
-            const RunResult r = core_run(core, {.until_ns = target, .max_steps = kStepsPerFrame - steps});
-            steps += r.steps;
-            if (r.status == RunStatus::Ended) {
-                finish_run(r.exit_code);
-                break;
-            }
-            if (steps >= kStepsPerFrame) break;
-            if (r.status == RunStatus::Frame && r.steps > 0) continue;
-            const bool busy = r.status == RunStatus::Budget && core_time(core) < target;
-            if (!busy || ++busy_runs >= kBusyRunsPerFrame) break;
-        }
-        if (!g.ended && core_time(core) < target) core_set_time(core, target);
+        const RunResult r = core_run_frame(core, target, kStepsPerFrame);
+        if (r.status == RunStatus::Ended) finish_run(r.exit_code);
     }
     present();
 }
