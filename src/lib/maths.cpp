@@ -2,7 +2,6 @@
 // CRC-16 and the repeating-key XOR cipher.
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 #include <cstdint>
 
@@ -60,7 +59,7 @@ constexpr std::array<uint8_t, 256> crc2 = crc_half(true);
 static_assert(crc2[1] == 0x10 && crc1[1] == 0x21 && crc2[255] == 0x1E && crc1[255] == 0xF0);
 
 // Pushes a single as its bit pattern.
-void push_float(Machine& m, float f) { push_cell(m, std::bit_cast<uint32_t>(f)); }
+void push_float(Machine& m, float f) { push_cell(m, f2i(f)); }
 
 }  // namespace
 
@@ -87,7 +86,7 @@ void c_math(Machine& m) {
         return;
     }
     get_val(m);
-    const float x = std::bit_cast<float>(m.a1);
+    const float x = i2f(m.a1);
     const double d = x;
     switch (fn) {
         case 7: push_float(m, static_cast<float>(std::sin(d))); break;

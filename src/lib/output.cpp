@@ -1,7 +1,6 @@
 // Formatted output: c_putchar, c_printf and c_sprintf with their own small
 // format language (%d %f %c %s %%, flags - and 0, a decimal width).
 #include <algorithm>
-#include <bit>
 #include <cstdio>
 #include <string>
 
@@ -107,7 +106,7 @@ std::string printfloat(Machine& m) {
     next_arg(m);
     if (((m.a1 >> 23) & 0xFF) == 0xFF) return "error";
     char buf[48];
-    std::snprintf(buf, sizeof buf, "%g", static_cast<double>(std::bit_cast<float>(m.a1)));
+    std::snprintf(buf, sizeof buf, "%g", static_cast<double>(i2f(m.a1)));
     std::string text;
     int count = 0;
     for (size_t i = 0; buf[i]; ++i) {

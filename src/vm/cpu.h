@@ -109,6 +109,19 @@ inline void add_work(Cpu& c, uint64_t bytes) {
 
 static_assert(std::endian::native == std::endian::little, "guest memory access assumes a little-endian host");
 
+// A cell's bits as a float and back (memcpy: not every library has
+// std::bit_cast yet).
+TVM_INLINE float i2f(uint32_t v) {
+    float f;
+    std::memcpy(&f, &v, 4);
+    return f;
+}
+TVM_INLINE uint32_t f2i(float f) {
+    uint32_t v;
+    std::memcpy(&v, &f, 4);
+    return v;
+}
+
 TVM_INLINE uint32_t ram_index(const Cpu& c, uint32_t a) { return (c.lRam + a) & kRamMask; }
 
 // Guest memory access on the block itself: x is an address with the RAM base

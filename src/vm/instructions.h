@@ -4,7 +4,6 @@
 #pragma once
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <limits>
 
@@ -13,8 +12,6 @@
 namespace ins {
 
 TVM_INLINE uint32_t sx16(uint32_t v) { return static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(v))); }
-TVM_INLINE float i2f(uint32_t v) { return std::bit_cast<float>(v); }
-TVM_INLINE uint32_t f2i(float f) { return std::bit_cast<uint32_t>(f); }
 TVM_INLINE float int_as_float(uint32_t v) { return static_cast<float>(static_cast<int32_t>(v)); }
 TVM_INLINE int wide(const Machine& m) { return m.RamBits > 16; }
 

@@ -1,0 +1,101 @@
+// The page's host of the core: one machine, driven a frame at a time from
+// JavaScript through these C functions. Each frame moves the guest clock by
+// exactly 1/60 s (as the libretro core does), so a page shows the same
+// frames as `tvxrun --clock virtual` for the same program and buttons. The
+// guest's files live in the module's file system, which the page mounts
+// and keeps.
+#include <emscripten/emscripten.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/core.h"
+
+namespace {
+
+constexpr uint64_t kFrameNs = 16'666'667;
+constexpr uint64_t kStepsPerFrame = 4'000'000;  // what a busy guest gets per frame
+
+struct Page {
+    Core core;
+    std::string error, console, console_out;
+    std::vector<uint8_t> rgba;  // the last frame, 4 bytes a pixel
+    std::vector<uint32_t> xrgb;
+    int width = 0, height = 0;
+    uint64_t frame_ns = 0;
+    bool ended = false;
+    int32_t exit_code = 0;
+};
+
+// The page has one machine at a time; it lives from tvm_load to the next.
+std::unique_ptr<Page> page;
+
+void take_frame(Page& p) {
+    const std::shared_ptr<const Frame> f = core_frame(p.core);
+    if (!f) return;
+    p.width = f->width;
+    p.height = f->height;
+    p.xrgb.resize(static_cast<size_t>(p.width) * p.height);
+    frame_to_xrgb8888(*f, p.xrgb.data());
+    p.rgba.resize(p.xrgb.size() * 4);
+    for (size_t i = 0; i < p.xrgb.size(); ++i) {
+        const uint32_t c = p.xrgb[i];
+        p.rgba[4 * i] = static_cast<uint8_t>(c >> 16);
+        p.rgba[4 * i + 1] = static_cast<uint8_t>(c >> 8);
+        p.rgba[4 * i + 2] = static_cast<uint8_t>(c);
+        p.rgba[4 * i + 3] = 255;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+// Loads the program at path (in the module's file system) with root as the
+// guest's "/". Returns "" or the reason it could not be loaded.
+EMSCRIPTEN_KEEPALIVE const char* tvm_load(const char* path, const char* root, int grid) {
+    page = std::make_unique<Page>();
+    Page& p = *page;
+    p.core.sinks.log = [&p](std::string_view text) { p.console += text; };
+    p.core.sinks.console = [&p](std::string_view text) { p.console += text; };
+    LoadOptions opts;
+    opts.program = path;
+    opts.root = root;
+    opts.grid = grid != 0;
+    p.error = core_load(p.core, opts);
+    if (p.error.empty()) take_frame(p);
+    return p.error.c_str();
+}
+
+// Runs one frame with the buttons (a word of BTN_ bits) held. Returns 1 when
+// the guest presented a new frame.
+EMSCRIPTEN_KEEPALIVE int tvm_frame(int buttons) {
+    if (!page || !page->core.loaded() || page->ended) return 0;
+    Page& p = *page;
+    core_set_buttons(p.core, static_cast<uint16_t>(buttons));
+    p.frame_ns += kFrameNs;
+    const RunResult r = core_run_frame(p.core, p.frame_ns, kStepsPerFrame);
+    if (r.status == RunStatus::Ended) {
+        p.ended = true;
+        p.exit_code = r.exit_code;
+    }
+    if (r.new_frame) take_frame(p);
+    return r.new_frame ? 1 : 0;
+}
+
+EMSCRIPTEN_KEEPALIVE const uint8_t* tvm_pixels() { return page ? page->rgba.data() : nullptr; }
+EMSCRIPTEN_KEEPALIVE int tvm_width() { return page ? page->width : 0; }
+EMSCRIPTEN_KEEPALIVE int tvm_height() { return page ? page->height : 0; }
+EMSCRIPTEN_KEEPALIVE int tvm_ended() { return page && page->ended ? 1 : 0; }
+EMSCRIPTEN_KEEPALIVE int tvm_exit_code() { return page ? page->exit_code : 0; }
+
+// The log and console text since the last call (UTF-8).
+EMSCRIPTEN_KEEPALIVE const char* tvm_console() {
+    if (!page) return "";
+    page->console_out.swap(page->console);
+    page->console.clear();
+    return page->console_out.c_str();
+}
+
+}  // extern "C"
