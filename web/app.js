@@ -1,0 +1,169 @@
+// The page: runs a Tovix program on the WebAssembly core, one frame of 1/60 s
+// of guest time per display frame, and shows its screen at the largest whole
+// enlargement that fits, its console text beside it.
+'use strict';
+
+// Button bits of the core (core.h).
+const BTN = { A: 0x001, B: 0x002, SELECT: 0x004, START: 0x008, RIGHT: 0x010, LEFT: 0x020, UP: 0x040,
+  DOWN: 0x080, R1: 0x100, L1: 0x200, X: 0x400, Y: 0x800 };
+const KEYS = { ArrowUp: BTN.UP, ArrowDown: BTN.DOWN, ArrowLeft: BTN.LEFT, ArrowRight: BTN.RIGHT,
+  Enter: BTN.A, Space: BTN.A, Escape: BTN.B, Backspace: BTN.B, KeyX: BTN.X, KeyZ: BTN.Y,
+  KeyQ: BTN.L1, KeyW: BTN.R1, ShiftLeft: BTN.SELECT, ShiftRight: BTN.SELECT, KeyP: BTN.START };
+// Standard gamepad layout to the buttons, as the libretro core maps a RetroPad:
+// A is the right face button, B the bottom one, X the top one, Y the left one.
+const PAD = [[1, BTN.A], [0, BTN.B], [3, BTN.X], [2, BTN.Y], [4, BTN.L1], [5, BTN.R1], [8, BTN.SELECT],
+  [9, BTN.START], [12, BTN.UP], [13, BTN.DOWN], [14, BTN.LEFT], [15, BTN.RIGHT]];
+const FRAME_MS = 1000 / 60;
+const ROOT = '/root';
+
+const $ = (id) => document.getElementById(id);
+const screen = $('screen');
+const ctx = screen.getContext('2d');
+const guest = document.createElement('canvas');
+let M = null;          // the module
+let running = false;
+let keyButtons = 0, touchButtons = 0;
+let last = 0, owed = 0;
+
+function message(text) { $('message').textContent = text; }
+function say(text) {
+  if (!text) return;
+  const c = $('console');
+  c.textContent += text;
+  c.scrollTop = c.scrollHeight;
+}
+
+function padButtons() {
+  let word = 0;
+  for (const pad of navigator.getGamepads ? navigator.getGamepads() : []) {
+    if (!pad) continue;
+    for (const [index, bit] of PAD) if (pad.buttons[index] && pad.buttons[index].pressed) word |= bit;
+  }
+  return word;
+}
+
+function draw() {
+  const w = M._tvm_width(), h = M._tvm_height();
+  if (!w || !h) return;
+  if (guest.width !== w || guest.height !== h) { guest.width = w; guest.height = h; }
+  const px = new Uint8ClampedArray(M.HEAPU8.buffer, M._tvm_pixels(), w * h * 4);
+  guest.getContext('2d').putImageData(new ImageData(new Uint8ClampedArray(px), w, h), 0, 0);
+  // Beside the panel on wide windows, above it on narrow ones (phones).
+  const roomW = window.innerWidth - (window.innerWidth >= 800 ? 400 : 40), roomH = window.innerHeight - 80;
+  const scale = Math.max(1, Math.floor(Math.min(roomW / w, roomH / h)));
+  if (screen.width !== w * scale || screen.height !== h * scale) { screen.width = w * scale; screen.height = h * scale; }
+  ctx.imageSmoothingEnabled = false;
+  ctx.drawImage(guest, 0, 0, w * scale, h * scale);
+}
+
+function tick(now) {
+  if (!running) return;
+  owed = Math.min(owed + (last ? now - last : FRAME_MS), 4 * FRAME_MS);
+  last = now;
+  let fresh = false;
+  while (owed >= FRAME_MS && running) {
+    owed -= FRAME_MS;
+    if (M._tvm_frame(keyButtons | touchButtons | padButtons())) fresh = true;
+    if (M._tvm_ended()) {
+      running = false;
+      const code = M._tvm_exit_code();
+      message(code === 0 ? 'The program ended.' : `The program ended with code ${code}.`);
+    }
+  }
+  say(M.UTF8ToString(M._tvm_console()));
+  if (fresh) draw();
+  requestAnimationFrame(tick);
+}
+
+// Starts the program in bytes (file name: name) from the guest's PROGRAM folder.
+function start(name, bytes) {
+  running = false;
+  message('');
+  $('console').textContent = '';
+  const path = `${ROOT}/PROGRAM/${name.replace(/[^A-Za-z0-9_.-]/g, '_')}`;
+  M.FS.mkdirTree(`${ROOT}/PROGRAM`);
+  M.FS.writeFile(path, bytes);
+  const err = M.cwrap('tvm_load', 'string', ['string', 'string', 'number'])(path, ROOT, 0);
+  say(M.UTF8ToString(M._tvm_console()));
+  if (err) {
+    message(`${name}: ${err}`);
+    return;
+  }
+  draw();
+  running = true;
+  last = 0;
+  owed = 0;
+  requestAnimationFrame(tick);
+}
+
+async function startUrl(url) {
+  const name = url.split('/').pop() || 'program.tvx';
+  try {
+    const response = await fetch(url);
+    if (!response.ok) throw new Error(`${response.status} ${response.statusText}`);
+    start(name, new Uint8Array(await response.arrayBuffer()));
+  } catch (e) {
+    message(`${url}: ${e.message}`);
+  }
+}
+
+function startFile(file) {
+  file.arrayBuffer().then((buffer) => start(file.name, new Uint8Array(buffer)));
+}
+
+function touchPad() {
+  const pad = $('pad');
+  for (const name of ['L1', 'UP', 'R1', 'X', 'SELECT', 'START', 'LEFT', 'DOWN', 'RIGHT', 'Y', 'B', 'A']) {
+    const b = document.createElement('button');
+    b.textContent = { UP: '↑', DOWN: '↓', LEFT: '←', RIGHT: '→' }[name] || name;
+    const bit = BTN[name];
+    b.addEventListener('pointerdown', (e) => { e.preventDefault(); touchButtons |= bit; });
+    for (const up of ['pointerup', 'pointercancel', 'pointerleave'])
+      b.addEventListener(up, () => { touchButtons &= ~bit; });
+    pad.appendChild(b);
+  }
+  if (window.matchMedia && window.matchMedia('(pointer: coarse)').matches) document.body.classList.add('touch');
+}
+
+function wire() {
+  document.addEventListener('keydown', (e) => {
+    const bit = KEYS[e.code];
+    if (bit === undefined || e.target.tagName === 'SELECT' || e.target.tagName === 'INPUT') return;
+    e.preventDefault();
+    keyButtons |= bit;
+  });
+  document.addEventListener('keyup', (e) => {
+    const bit = KEYS[e.code];
+    if (bit !== undefined) keyButtons &= ~bit;
+  });
+  window.addEventListener('blur', () => { keyButtons = 0; });
+  $('file').addEventListener('change', (e) => { if (e.target.files[0]) startFile(e.target.files[0]); });
+  const drop = $('drop');
+  drop.addEventListener('dragover', (e) => { e.preventDefault(); drop.classList.add('over'); });
+  drop.addEventListener('dragleave', () => drop.classList.remove('over'));
+  drop.addEventListener('drop', (e) => {
+    e.preventDefault();
+    drop.classList.remove('over');
+    if (e.dataTransfer.files[0]) startFile(e.dataTransfer.files[0]);
+  });
+  $('demos').addEventListener('change', (e) => { if (e.target.value) startUrl(`demos/${e.target.value}`); });
+  fetch('demos/list.txt').then((r) => (r.ok ? r.text() : '')).then((text) => {
+    for (const name of text.split('\n').filter(Boolean)) {
+      const o = document.createElement('option');
+      o.value = o.textContent = name;
+      $('demos').appendChild(o);
+    }
+  });
+  touchPad();
+}
+
+createTvm2({ print: say, printErr: say }).then((module) => {
+  M = module;
+  wire();
+  const program = new URLSearchParams(location.search).get('program');
+  if (program) {
+    const url = new URL(program, location.href);
+    if (url.origin !== location.origin) message(`${program}: only programs from this site can be opened by link`);
+    else startUrl(url.href);
+  }
+});
