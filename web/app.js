@@ -80,7 +80,10 @@ function start(name, bytes) {
   running = false;
   message('');
   $('console').textContent = '';
-  const path = `${ROOT}/PROGRAM/${name.replace(/[^A-Za-z0-9_.-]/g, '_')}`;
+  // The core runs files named *.tvx only; any other name gets the ending, so
+  // that what is not a program is refused for its content.
+  const safe = name.replace(/[^A-Za-z0-9_.-]/g, '_');
+  const path = `${ROOT}/PROGRAM/${safe.endsWith('.tvx') ? safe : `${safe}.tvx`}`;
   M.FS.mkdirTree(`${ROOT}/PROGRAM`);
   M.FS.writeFile(path, bytes);
   const err = M.cwrap('tvm_load', 'string', ['string', 'string', 'number'])(path, ROOT, 0);
