@@ -14,6 +14,9 @@ const KEYS = { ArrowUp: BTN.UP, ArrowDown: BTN.DOWN, ArrowLeft: BTN.LEFT, ArrowR
 const PAD = [[1, BTN.A], [0, BTN.B], [3, BTN.X], [2, BTN.Y], [4, BTN.L1], [5, BTN.R1], [8, BTN.SELECT],
   [9, BTN.START], [12, BTN.UP], [13, BTN.DOWN], [14, BTN.LEFT], [15, BTN.RIGHT]];
 const FRAME_MS = 1000 / 60;
+// With ?test in the address the page does not run by itself: a test drives
+// it frame by frame through window.tvmTest.
+const testing = new URLSearchParams(location.search).has('test');
 const ROOT = '/root';
 
 const $ = (id) => document.getElementById(id);
@@ -93,10 +96,25 @@ function start(name, bytes) {
     return;
   }
   draw();
+  if (testing) return;
   running = true;
   last = 0;
   owed = 0;
   requestAnimationFrame(tick);
+}
+
+// The visible canvas at guest size: one [r, g, b] per guest pixel, read at
+// the middle of each enlarged pixel.
+function shownPixels() {
+  const w = M._tvm_width(), h = M._tvm_height(), scale = screen.width / w;
+  const data = ctx.getImageData(0, 0, screen.width, screen.height).data;
+  const out = [];
+  for (let y = 0; y < h; ++y)
+    for (let x = 0; x < w; ++x) {
+      const i = 4 * (Math.floor((y + 0.5) * scale) * screen.width + Math.floor((x + 0.5) * scale));
+      out.push(data[i], data[i + 1], data[i + 2]);
+    }
+  return { width: w, height: h, rgb: out };
 }
 
 async function startUrl(url) {
@@ -163,6 +181,15 @@ function wire() {
 createTvm2({ print: say, printErr: say }).then((module) => {
   M = module;
   wire();
+  window.tvmTest = {
+    load: startUrl,
+    // Runs n frames with the button word held; returns whether it ended.
+    step(n, buttons) {
+      for (let i = 0; i < n && !M._tvm_ended(); ++i) if (M._tvm_frame(buttons)) draw();
+      return { ended: !!M._tvm_ended(), exit: M._tvm_exit_code(), message: $('message').textContent };
+    },
+    shown: shownPixels,
+  };
   const program = new URLSearchParams(location.search).get('program');
   if (program) {
     const url = new URL(program, location.href);

@@ -1,0 +1,113 @@
+// The page in headless Chromium: plays the pad test program with the same
+// button script as the libretro test, frame by frame, and compares what the
+// canvas shows at each checkpoint (and at the end) with tvxrun's screenshot
+// of the same program and key script on the virtual clock.
+// Usage: node browser.js DIST WORK TVXRUN   (WORK holds pad.tvx)
+'use strict';
+const fs = require('fs');
+const http = require('http');
+const path = require('path');
+const { execFileSync } = require('child_process');
+const puppeteer = require('puppeteer-core');
+
+const [dist, work, tvxrun] = process.argv.slice(2).map((p) => path.resolve(p));
+const BTN = { A: 0x001, B: 0x002, SELECT: 0x004, START: 0x008, RIGHT: 0x010, LEFT: 0x020, UP: 0x040, DOWN: 0x080,
+  R1: 0x100, L1: 0x200, X: 0x400, Y: 0x800 };
+// [frame, button, down]: at frame f the button word changes before the frame runs.
+const SCRIPT = [[30, 'A', true], [36, 'A', false], [45, 'RIGHT', true], [48, 'RIGHT', false], [60, 'X', true],
+  [63, 'X', false], [66, 'Y', true], [72, 'Y', false], [90, 'L1', true], [93, 'L1', false], [150, 'START', true],
+  [156, 'START', false]];
+const CHECKPOINTS = [12, 51, 108];  // the program waits for a key there
+const END = 160, EXIT = 5;  // five presses before START
+
+// Files: the page from DIST, the program and screenshots from WORK under /work/.
+const types = { '.html': 'text/html', '.js': 'text/javascript', '.wasm': 'application/wasm', '.png': 'image/png' };
+const server = http.createServer((req, res) => {
+  const url = decodeURIComponent(req.url.split('?')[0]);
+  const file = url.startsWith('/work/') ? path.join(work, path.basename(url)) : path.join(dist, path.normalize(url === '/' ? '/index.html' : url));
+  fs.readFile(file, (err, data) => {
+    if (err) { res.writeHead(404); res.end(); return; }
+    res.writeHead(200, { 'Content-Type': types[path.extname(file)] || 'application/octet-stream' });
+    res.end(data);
+  });
+});
+
+// tvxrun's picture for the script cut before frame `end`; returns its status.
+function tvxrunShot(end, png) {
+  const keys = SCRIPT.filter(([f]) => f < end).map(([f, b, down]) => `${Math.floor((f * 50) / 3)}:${b}${down ? '+' : '-'}`);
+  const args = ['--clock', 'virtual', '--screenshot', png];
+  if (keys.length) args.push('--keys', keys.join(','));
+  args.push(path.join(work, 'pad.tvx'));
+  try {
+    execFileSync(tvxrun, args, { cwd: work, stdio: 'ignore' });
+    return 0;
+  } catch (e) {
+    return e.status;
+  }
+}
+
+async function main() {
+  await new Promise((ok) => server.listen(0, '127.0.0.1', ok));
+  const base = `http://127.0.0.1:${server.address().port}`;
+  const browser = await puppeteer.launch({ executablePath: '/usr/bin/chromium', headless: true,
+    args: ['--no-sandbox', '--disable-gpu'] });
+  let failures = 0;
+  const fail = (what) => { console.log(`FAIL web: ${what}`); ++failures; };
+  try {
+    const page = await browser.newPage();
+    await page.setViewport({ width: 1280, height: 720 });
+    await page.goto(`${base}/index.html?test`);
+    await page.waitForFunction(() => window.tvmTest !== undefined);
+    await page.evaluate((url) => window.tvmTest.load(url), `${base}/work/pad.tvx`);
+    const loadMessage = await page.evaluate(() => document.getElementById('message').textContent);
+    if (loadMessage) fail(`loading pad.tvx: ${loadMessage}`);
+
+    let frame = 0, word = 0, result = null;
+    const runTo = async (end) => {
+      for (; frame < end; ++frame) {
+        for (const [f, b, down] of SCRIPT) if (f === frame) word = down ? word | BTN[b] : word & ~BTN[b];
+        result = await page.evaluate((w) => window.tvmTest.step(1, w), word);
+      }
+    };
+    // The page's canvas against tvxrun's screenshot, pixel by pixel.
+    const compare = async (at, status) => {
+      const png = `at${at}.png`;
+      const got = tvxrunShot(at, path.join(work, png));
+      if (got !== status) fail(`tvxrun up to frame ${at} ended with ${got}, not ${status}`);
+      const diff = await page.evaluate(async (url) => {
+        const img = new Image();
+        img.src = url;
+        await img.decode();
+        const c = document.createElement('canvas');
+        c.width = img.width;
+        c.height = img.height;
+        c.getContext('2d').drawImage(img, 0, 0);
+        const want = c.getContext('2d').getImageData(0, 0, img.width, img.height).data;
+        const shown = window.tvmTest.shown();
+        if (shown.width !== img.width || shown.height !== img.height)
+          return `size ${shown.width}x${shown.height}, tvxrun ${img.width}x${img.height}`;
+        for (let i = 0; i < img.width * img.height; ++i)
+          for (let k = 0; k < 3; ++k)
+            if (shown.rgb[3 * i + k] !== want[4 * i + k])
+              return `pixel (${i % img.width}, ${Math.floor(i / img.width)}) differs`;
+        return '';
+      }, `${base}/work/${png}`);
+      if (diff) fail(`frame ${at}: ${diff}`);
+    };
+    for (const at of CHECKPOINTS) {
+      await runTo(at);
+      await compare(at, 123);
+    }
+    await runTo(END);
+    if (!result || !result.ended || result.exit !== EXIT)
+      fail(`the program did not end with ${EXIT} by frame ${END}: ${JSON.stringify(result)}`);
+    else await compare(END, EXIT);
+  } finally {
+    await browser.close();
+    server.close();
+  }
+  if (failures === 0) console.log('web: the page shows what tvxrun shows');
+  process.exit(failures ? 1 : 0);
+}
+
+main().catch((e) => { console.log(`FAIL web: ${e.stack || e}`); process.exit(1); });
