@@ -57,6 +57,8 @@ function draw() {
   if (screen.width !== w * scale || screen.height !== h * scale) { screen.width = w * scale; screen.height = h * scale; }
   ctx.imageSmoothingEnabled = false;
   ctx.drawImage(guest, 0, 0, w * scale, h * scale);
+  // When the first picture appeared, in ms since the page started loading.
+  if (window.tvmFirstFrameMs === undefined) window.tvmFirstFrameMs = performance.now();
 }
 
 function tick(now) {

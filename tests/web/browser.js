@@ -1,7 +1,8 @@
 // The page in headless Chromium: plays the pad test program with the same
 // button script as the libretro test, frame by frame, and compares what the
 // canvas shows at each checkpoint (and at the end) with tvxrun's screenshot
-// of the same program and key script on the virtual clock.
+// of the same program and key script on the virtual clock. Prints how soon
+// after the page starts loading a demo shows its first frame.
 // Usage: node browser.js DIST WORK TVXRUN   (WORK holds pad.tvx)
 'use strict';
 const fs = require('fs');
@@ -102,6 +103,13 @@ async function main() {
     if (!result || !result.ended || result.exit !== EXIT)
       fail(`the program did not end with ${EXIT} by frame ${END}: ${JSON.stringify(result)}`);
     else await compare(END, EXIT);
+
+    // Reported, not checked: how soon a demo shows its first frame.
+    const shown = await browser.newPage();
+    await shown.goto(`${base}/index.html?program=demos/tour.tvx`);
+    await shown.waitForFunction(() => window.tvmFirstFrameMs !== undefined, { timeout: 20000 });
+    const ms = await shown.evaluate(() => window.tvmFirstFrameMs);
+    console.log(`web: the tour's first frame after ${Math.round(ms)} ms`);
   } finally {
     await browser.close();
     server.close();
