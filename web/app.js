@@ -105,6 +105,44 @@ function start(name, bytes) {
   requestAnimationFrame(tick);
 }
 
+// Save states: kept in the browser's IndexedDB (one slot), or as a file.
+function db() {
+  return new Promise((ok, no) => {
+    const r = indexedDB.open('tvm2', 1);
+    r.onupgradeneeded = () => r.result.createObjectStore('states');
+    r.onsuccess = () => ok(r.result);
+    r.onerror = () => no(r.error);
+  });
+}
+async function stored(key, value) {
+  const t = (await db()).transaction('states', value === undefined ? 'readonly' : 'readwrite');
+  const r = value === undefined ? t.objectStore('states').get(key) : t.objectStore('states').put(value, key);
+  return new Promise((ok, no) => { t.oncomplete = () => ok(r.result); t.onerror = () => no(t.error); });
+}
+function saveState() {
+  const at = M._tvm_save_state();
+  if (!at) return null;
+  return new Uint8Array(M.HEAPU8.subarray(at, at + M._tvm_state_size()));
+}
+function loadState(bytes) {
+  const at = M._malloc(bytes.length);
+  M.HEAPU8.set(bytes, at);
+  const err = M.UTF8ToString(M._tvm_load_state(at, bytes.length));
+  M._free(at);
+  if (err) {
+    message(`The state was not loaded: ${err}`);
+    return false;
+  }
+  message('');
+  draw();
+  if (!testing && !running && !M._tvm_ended()) {
+    running = true;
+    last = 0;
+    requestAnimationFrame(tick);
+  }
+  return true;
+}
+
 // The visible canvas at guest size: one [r, g, b] per guest pixel, read at
 // the middle of each enlarged pixel.
 function shownPixels() {
@@ -178,6 +216,27 @@ function wire() {
     }
   });
   touchPad();
+  $('save').addEventListener('click', async () => {
+    const state = saveState();
+    if (state) { await stored('slot', state); message('State saved in the browser.'); }
+  });
+  $('load').addEventListener('click', async () => {
+    const state = await stored('slot');
+    if (state) loadState(state);
+    else message('No state saved yet.');
+  });
+  $('download').addEventListener('click', () => {
+    const state = saveState();
+    if (!state) return;
+    const a = document.createElement('a');
+    a.href = URL.createObjectURL(new Blob([state]));
+    a.download = 'tvm2.state';
+    a.click();
+    URL.revokeObjectURL(a.href);
+  });
+  $('upload').addEventListener('change', (e) => {
+    if (e.target.files[0]) e.target.files[0].arrayBuffer().then((b) => loadState(new Uint8Array(b)));
+  });
 }
 
 createTvm2({ print: say, printErr: say }).then((module) => {
@@ -191,6 +250,9 @@ createTvm2({ print: say, printErr: say }).then((module) => {
       return { ended: !!M._tvm_ended(), exit: M._tvm_exit_code(), message: $('message').textContent };
     },
     shown: shownPixels,
+    // The state buttons' work: into the browser's store and back.
+    save: async () => { await stored('slot', saveState()); },
+    restore: async () => loadState(await stored('slot')),
   };
   const program = new URLSearchParams(location.search).get('program');
   if (program) {

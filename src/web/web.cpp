@@ -20,6 +20,7 @@ constexpr uint64_t kStepsPerFrame = 4'000'000;  // what a busy guest gets per fr
 struct Page {
     Core core;
     std::string error, console, console_out;
+    std::vector<uint8_t> state;  // the last save state made
     std::vector<uint8_t> rgba;  // the last frame, 4 bytes a pixel
     std::vector<uint32_t> xrgb;
     int width = 0, height = 0;
@@ -48,6 +49,15 @@ void take_frame(Page& p) {
     }
 }
 
+// A new page machine, its log and console text gathered for tvm_console.
+Page& new_page() {
+    page = std::make_unique<Page>();
+    Page& p = *page;
+    p.core.sinks.log = [&p](std::string_view text) { p.console += text; };
+    p.core.sinks.console = [&p](std::string_view text) { p.console += text; };
+    return p;
+}
+
 }  // namespace
 
 extern "C" {
@@ -55,10 +65,7 @@ extern "C" {
 // Loads the program at path (in the module's file system) with root as the
 // guest's "/". Returns "" or the reason it could not be loaded.
 EMSCRIPTEN_KEEPALIVE const char* tvm_load(const char* path, const char* root, int grid) {
-    page = std::make_unique<Page>();
-    Page& p = *page;
-    p.core.sinks.log = [&p](std::string_view text) { p.console += text; };
-    p.core.sinks.console = [&p](std::string_view text) { p.console += text; };
+    Page& p = new_page();
     LoadOptions opts;
     opts.program = path;
     opts.root = root;
@@ -89,6 +96,30 @@ EMSCRIPTEN_KEEPALIVE int tvm_width() { return page ? page->width : 0; }
 EMSCRIPTEN_KEEPALIVE int tvm_height() { return page ? page->height : 0; }
 EMSCRIPTEN_KEEPALIVE int tvm_ended() { return page && page->ended ? 1 : 0; }
 EMSCRIPTEN_KEEPALIVE int tvm_exit_code() { return page ? page->exit_code : 0; }
+
+// The machine as a save state (the bytes tvxrun --state-out writes); null
+// when nothing is loaded. tvm_state_size gives its length.
+EMSCRIPTEN_KEEPALIVE const uint8_t* tvm_save_state() {
+    if (!page || !page->core.loaded()) return nullptr;
+    page->state = core_save_state(page->core);
+    return page->state.data();
+}
+EMSCRIPTEN_KEEPALIVE int tvm_state_size() { return page ? static_cast<int>(page->state.size()) : 0; }
+
+// Goes on from a save state instead of the running program. Returns "" or
+// the reason the state was refused (the machine is then as it was).
+EMSCRIPTEN_KEEPALIVE const char* tvm_load_state(const uint8_t* data, int size) {
+    if (!page) new_page();
+    Page& p = *page;
+    p.error = core_load_state(p.core, std::span<const uint8_t>(data, size > 0 ? static_cast<size_t>(size) : 0));
+    if (!p.error.empty()) return p.error.c_str();
+    p.ended = core_ended(p.core);
+    p.exit_code = core_exit_code(p.core);
+    p.frame_ns = core_time(p.core);
+    core_present_now(p.core);
+    take_frame(p);
+    return "";
+}
 
 // The log and console text since the last call (UTF-8).
 EMSCRIPTEN_KEEPALIVE const char* tvm_console() {

@@ -1,7 +1,8 @@
 // The page in headless Chromium: plays the pad test program with the same
 // button script as the libretro test, frame by frame, and compares what the
 // canvas shows at each checkpoint (and at the end) with tvxrun's screenshot
-// of the same program and key script on the virtual clock. Prints how soon
+// of the same program and key script on the virtual clock; halfway it saves
+// a state, reloads the page and restores it. Prints how soon
 // after the page starts loading a demo shows its first frame.
 // Usage: node browser.js DIST WORK TVXRUN   (WORK holds pad.tvx)
 'use strict';
@@ -97,6 +98,14 @@ async function main() {
     };
     for (const at of CHECKPOINTS) {
       await runTo(at);
+      await compare(at, 123);
+      if (at !== CHECKPOINTS[1]) continue;
+      // A state saved in the browser, the page reloaded, the state restored:
+      // the same screen, and the rest of the run goes on as before.
+      await page.evaluate(() => window.tvmTest.save());
+      await page.reload();
+      await page.waitForFunction(() => window.tvmTest !== undefined);
+      if (!(await page.evaluate(() => window.tvmTest.restore()))) fail('the saved state did not load after a reload');
       await compare(at, 123);
     }
     await runTo(END);
