@@ -2,8 +2,8 @@
 // JavaScript through these C functions. Each frame moves the guest clock by
 // exactly 1/60 s (as the libretro core does), so a page shows the same
 // frames as `tvxrun --clock virtual` for the same program and buttons. The
-// guest's files live in the module's file system, which the page mounts
-// and keeps.
+// guest's files live in the module's file system, where the page puts the
+// program.
 #include <emscripten/emscripten.h>
 
 #include <memory>
