@@ -84,8 +84,8 @@ std::string core_load(Core& core, const LoadOptions& o) {
     m->s_day = 15;
     m->s_hour = 9;
     ReadConfig(*m, o.root.empty() ? "TovixOS/System/Config.ini" : (root_gb + "/System/Config.ini").c_str());
+    m->tvxRoot = root_gb;
     if (!vm_start(*m)) return program + ": the program could not be loaded";
-    if (!o.root.empty()) SetRoot(*m, root_gb.c_str());
     m->need_refresh = 1;  // the first run shows the screen
     core.machine = std::move(m);
     *core.input = CoreInput{};
@@ -236,6 +236,10 @@ void core_set_disk_limit(Core& core, uint64_t bytes) {
 void core_close_files(Core& core) {
     core.host->flush_console();
     if (core.loaded()) close_all_files(*core.machine);
+}
+
+void core_flush_files(Core& core) {
+    if (core.loaded()) flush_all_files(*core.machine);
 }
 
 Machine& core_machine(Core& core) { return *core.machine; }

@@ -175,6 +175,9 @@ void core_set_disk_limit(Core& core, uint64_t bytes);
 // Writes out what the guest's open files hold and closes them (for a host
 // that stops the machine before the program ends).
 void core_close_files(Core& core);
+// Writes out what the guest's open files hold, leaving them open (for a host
+// that copies the guest's files elsewhere while the program runs).
+void core_flush_files(Core& core);
 
 // Save states: the whole machine as a versioned binary, and back. Loading
 // checks everything before changing anything; on failure the core is left

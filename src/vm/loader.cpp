@@ -119,7 +119,10 @@ std::unique_ptr<TvxImage> shell_init(Machine& m) {
     if (!m.tvxFilePath.empty()) {
         m.VirtualFullName = m.tvxFilePath;
         const auto slash = m.tvxFilePath.rfind('/');
-        if (slash != std::string::npos) {
+        if (!m.tvxRoot.empty()) {
+            if (m.verbose_mode) mylog(m, "[IO] Setting root path (GBK): %s\n", m.tvxRoot.c_str());
+            SetRoot(m, m.tvxRoot.c_str());
+        } else if (slash != std::string::npos) {
             const std::string root = m.tvxFilePath.substr(0, slash);
             if (m.verbose_mode) mylog(m, "[IO] Setting root path (UTF-8): %s\n", root.c_str());
             // A directory whose name has no GB2312 form keeps the default

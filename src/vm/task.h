@@ -35,6 +35,7 @@ struct Tasks {
     bool exited = false;
 
     std::string tvxFilePath;  // host path (UTF-8) of the first program
+    std::string tvxRoot;      // guest root (GB2312) the host chose; empty: the program's folder
     std::string tvxProgArgs;  // its argument string
 };
 
