@@ -27,6 +27,8 @@ let M = null;          // the module
 let running = false;
 let keyButtons = 0, touchButtons = 0;
 let last = 0, owed = 0;
+let kept = 0;  // when the guest's files were last stored
+const KEEP_MS = 2000;
 
 function message(text) { $('message').textContent = text; }
 function say(text) {
@@ -45,18 +47,28 @@ function padButtons() {
   return word;
 }
 
+// The page's enlargement and the LCD grid option as the core last heard them.
+let view = { scale: 0, grid: false };
+
 function draw() {
+  const gw = M._tvm_screen_width(), gh = M._tvm_screen_height();
+  if (!gw || !gh) return;
+  // Beside the panel on wide windows, above it on narrow ones (phones).
+  const roomW = window.innerWidth - (window.innerWidth >= 800 ? 400 : 40), roomH = window.innerHeight - 80;
+  const scale = Math.max(1, Math.floor(Math.min(roomW / gw, roomH / gh)));
+  const grid = $('grid').checked;
+  if (scale !== view.scale || grid !== view.grid) {
+    view = { scale, grid };
+    M._tvm_set_view(scale, grid ? 1 : 0);
+  }
+  // The core's picture: the guest screen, or already enlarged with the grid.
   const w = M._tvm_width(), h = M._tvm_height();
-  if (!w || !h) return;
   if (guest.width !== w || guest.height !== h) { guest.width = w; guest.height = h; }
   const px = new Uint8ClampedArray(M.HEAPU8.buffer, M._tvm_pixels(), w * h * 4);
   guest.getContext('2d').putImageData(new ImageData(new Uint8ClampedArray(px), w, h), 0, 0);
-  // Beside the panel on wide windows, above it on narrow ones (phones).
-  const roomW = window.innerWidth - (window.innerWidth >= 800 ? 400 : 40), roomH = window.innerHeight - 80;
-  const scale = Math.max(1, Math.floor(Math.min(roomW / w, roomH / h)));
-  if (screen.width !== w * scale || screen.height !== h * scale) { screen.width = w * scale; screen.height = h * scale; }
+  if (screen.width !== gw * scale || screen.height !== gh * scale) { screen.width = gw * scale; screen.height = gh * scale; }
   ctx.imageSmoothingEnabled = false;
-  ctx.drawImage(guest, 0, 0, w * scale, h * scale);
+  ctx.drawImage(guest, 0, 0, gw * scale, gh * scale);
   // When the first picture appeared, in ms since the page started loading.
   if (window.tvmFirstFrameMs === undefined) window.tvmFirstFrameMs = performance.now();
 }
@@ -73,8 +85,10 @@ function tick(now) {
       running = false;
       const code = M._tvm_exit_code();
       message(code === 0 ? 'The program ended.' : `The program ended with code ${code}.`);
+      keep();
     }
   }
+  if (running && now - kept > KEEP_MS) keep();
   say(M.UTF8ToString(M._tvm_console()));
   if (fresh) draw();
   requestAnimationFrame(tick);
@@ -103,6 +117,154 @@ function start(name, bytes) {
   last = 0;
   owed = 0;
   requestAnimationFrame(tick);
+}
+
+// The guest's files live in IndexedDB (emscripten's IDBFS mounted at ROOT):
+// read in once at start, written back every KEEP_MS while a program runs,
+// when it ends, when the page is hidden and after uploads. One write at a
+// time; a request during a write makes one more afterwards.
+let keeping = null, keepAgain = false;
+function keep() {
+  kept = performance.now();
+  if (keeping) { keepAgain = true; return keeping; }
+  M._tvm_flush_files();
+  keeping = new Promise((ok) => M.FS.syncfs(false, (err) => {
+    if (err) message(`The program's files could not be stored in the browser: ${err}`);
+    ok();
+  })).then(() => {
+    keeping = null;
+    if (keepAgain) { keepAgain = false; return keep(); }
+    return undefined;
+  });
+  return keeping;
+}
+function mountRoot() {
+  M.FS.mkdirTree(ROOT);
+  M.FS.mount(M.FS.filesystems.IDBFS, {}, ROOT);
+  return new Promise((ok) => M.FS.syncfs(true, (err) => {
+    if (err) message(`The stored files could not be read: ${err}`);
+    ok();
+  }));
+}
+
+// Every file under dir as [path relative to ROOT, bytes, mtime].
+function rootFiles(dir = ROOT, out = []) {
+  for (const name of M.FS.readdir(dir)) {
+    if (name === '.' || name === '..') continue;
+    const p = `${dir}/${name}`, st = M.FS.stat(p);
+    if (M.FS.isDir(st.mode)) rootFiles(p, out);
+    else if (M.FS.isFile(st.mode)) out.push([p.slice(ROOT.length + 1), M.FS.readFile(p), new Date(st.mtime)]);
+  }
+  return out;
+}
+
+// Zip archives (the guest's files as one download, and uploads): entries
+// stored or deflated by the browser's own (de)compression streams.
+const CRC = new Uint32Array(256).map((_, n) => {
+  let c = n;
+  for (let k = 0; k < 8; ++k) c = c & 1 ? 0xEDB88320 ^ (c >>> 1) : c >>> 1;
+  return c;
+});
+function crc32(bytes) {
+  let c = 0xFFFFFFFF;
+  for (const b of bytes) c = CRC[(c ^ b) & 255] ^ (c >>> 8);
+  return (c ^ 0xFFFFFFFF) >>> 0;
+}
+async function streamed(bytes, stream) {
+  return new Uint8Array(await new Response(new Blob([bytes]).stream().pipeThrough(stream)).arrayBuffer());
+}
+async function makeZip(files) {
+  const parts = [], central = [];
+  let offset = 0;
+  for (const [name, data, mtime] of files) {
+    const nameBytes = new TextEncoder().encode(name);
+    let method = 8, body;
+    try { body = await streamed(data, new CompressionStream('deflate-raw')); } catch (e) { method = 0; }
+    if (method === 0 || body.length >= data.length) { method = 0; body = data; }
+    const dos = ((mtime.getFullYear() - 1980) << 25) | ((mtime.getMonth() + 1) << 21) | (mtime.getDate() << 16) |
+      (mtime.getHours() << 11) | (mtime.getMinutes() << 5) | (mtime.getSeconds() >> 1);
+    const head = (sig, size) => {
+      const h = new DataView(new ArrayBuffer(size));
+      h.setUint32(0, sig, true);
+      return h;
+    };
+    // Local header: version 2.0, UTF-8 names, method, time, CRC, sizes.
+    const local = head(0x04034b50, 30);
+    local.setUint16(4, 20, true); local.setUint16(6, 0x800, true); local.setUint16(8, method, true);
+    local.setUint32(10, dos, true); local.setUint32(14, crc32(data), true);
+    local.setUint32(18, body.length, true); local.setUint32(22, data.length, true);
+    local.setUint16(26, nameBytes.length, true);
+    const entry = head(0x02014b50, 46);
+    entry.setUint16(4, 20, true);
+    for (let i = 6; i < 30; ++i) entry.setUint8(i, local.getUint8(i - 2));
+    entry.setUint32(42, offset, true);
+    parts.push(new Uint8Array(local.buffer), nameBytes, body);
+    central.push(new Uint8Array(entry.buffer), nameBytes);
+    offset += 30 + nameBytes.length + body.length;
+  }
+  const size = central.reduce((n, p) => n + p.length, 0);
+  const end = new DataView(new ArrayBuffer(22));
+  end.setUint32(0, 0x06054b50, true);
+  end.setUint16(8, files.length, true); end.setUint16(10, files.length, true);
+  end.setUint32(12, size, true); end.setUint32(16, offset, true);
+  return new Blob([...parts, ...central, new Uint8Array(end.buffer)]);
+}
+// [name, bytes] of each file in a zip archive; throws with the reason.
+async function readZip(bytes) {
+  const v = new DataView(bytes.buffer, bytes.byteOffset, bytes.length);
+  let end = bytes.length - 22;
+  while (end >= 0 && v.getUint32(end, true) !== 0x06054b50) --end;
+  if (end < 0) throw new Error('not a zip archive');
+  const out = [];
+  let at = v.getUint32(end + 16, true);
+  for (let n = v.getUint16(end + 10, true); n > 0; --n) {
+    if (at + 46 > bytes.length || v.getUint32(at, true) !== 0x02014b50) throw new Error('damaged zip archive');
+    const method = v.getUint16(at + 10, true), size = v.getUint32(at + 20, true);
+    const nameLen = v.getUint16(at + 28, true), local = v.getUint32(at + 42, true);
+    const name = new TextDecoder().decode(bytes.subarray(at + 46, at + 46 + nameLen));
+    at += 46 + nameLen + v.getUint16(at + 30, true) + v.getUint16(at + 32, true);
+    if (name.endsWith('/')) continue;
+    if (local + 30 > bytes.length) throw new Error('damaged zip archive');
+    const start = local + 30 + v.getUint16(local + 26, true) + v.getUint16(local + 28, true);
+    const body = bytes.subarray(start, start + size);
+    if (method === 0) out.push([name, body]);
+    else if (method === 8) out.push([name, await streamed(body, new DecompressionStream('deflate-raw'))]);
+    else throw new Error(`${name}: compression method ${method} is not supported`);
+  }
+  return out;
+}
+
+async function downloadFiles() {
+  await keep();
+  const a = document.createElement('a');
+  a.href = URL.createObjectURL(await makeZip(rootFiles()));
+  a.download = 'tvm2-files.zip';
+  a.click();
+  URL.revokeObjectURL(a.href);
+}
+// Files into the guest's root: a zip archive unpacked with its folders, any
+// other file at the top (where a program's relative names start).
+async function uploadFiles(list) {
+  let count = 0;
+  try {
+    for (const file of list) {
+      const bytes = new Uint8Array(await file.arrayBuffer());
+      const entries = /\.zip$/i.test(file.name) ? await readZip(bytes) : [[file.name, bytes]];
+      for (const [name, data] of entries) {
+        // Only names inside the root: no empty, "." or ".." parts.
+        const parts = name.split(/[\\/]/).filter((p) => p && p !== '.' && p !== '..');
+        if (!parts.length) continue;
+        const dir = [ROOT, ...parts.slice(0, -1)].join('/');
+        M.FS.mkdirTree(dir);
+        M.FS.writeFile(`${dir}/${parts[parts.length - 1]}`, data);
+        ++count;
+      }
+    }
+    message(`${count} file${count === 1 ? '' : 's'} added to the program's files.`);
+  } catch (e) {
+    message(`Upload: ${e.message}`);
+  }
+  await keep();
 }
 
 // Save states: kept in the browser's IndexedDB (one slot), or as a file.
@@ -143,10 +305,11 @@ function loadState(bytes) {
   return true;
 }
 
-// The visible canvas at guest size: one [r, g, b] per guest pixel, read at
-// the middle of each enlarged pixel.
-function shownPixels() {
-  const w = M._tvm_width(), h = M._tvm_height(), scale = screen.width / w;
+// The visible canvas as [r, g, b] per pixel: at guest size (read at the
+// middle of each enlarged pixel), or whole with full set.
+function shownPixels(full) {
+  const scale = full ? 1 : screen.width / M._tvm_screen_width();
+  const w = screen.width / scale, h = screen.height / scale;
   const data = ctx.getImageData(0, 0, screen.width, screen.height).data;
   const out = [];
   for (let y = 0; y < h; ++y)
@@ -234,22 +397,41 @@ function wire() {
     a.click();
     URL.revokeObjectURL(a.href);
   });
+  $('grid').checked = localStorage.getItem('tvm2-grid') === '1';
+  $('grid').addEventListener('change', () => {
+    localStorage.setItem('tvm2-grid', $('grid').checked ? '1' : '0');
+    if (M._tvm_screen_width()) draw();
+  });
+  window.addEventListener('resize', () => { if (M._tvm_screen_width()) draw(); });
+  $('files-download').addEventListener('click', downloadFiles);
+  $('files-upload').addEventListener('change', (e) => { uploadFiles([...e.target.files]); e.target.value = ''; });
+  document.addEventListener('visibilitychange', () => { if (document.hidden) keep(); });
+  window.addEventListener('pagehide', () => keep());
   $('upload').addEventListener('change', (e) => {
     if (e.target.files[0]) e.target.files[0].arrayBuffer().then((b) => loadState(new Uint8Array(b)));
   });
 }
 
-createTvm2({ print: say, printErr: say }).then((module) => {
+createTvm2({ print: say, printErr: say }).then(async (module) => {
   M = module;
+  await mountRoot();
   wire();
   window.tvmTest = {
     load: startUrl,
-    // Runs n frames with the button word held; returns whether it ended.
-    step(n, buttons) {
-      for (let i = 0; i < n && !M._tvm_ended(); ++i) if (M._tvm_frame(buttons)) draw();
+    // Runs n frames with the button word held; returns whether it ended
+    // (once the files are stored when it did).
+    async step(n, buttons) {
+      for (let i = 0; i < n && !M._tvm_ended(); ++i) {
+        if (M._tvm_frame(buttons)) draw();
+        if (M._tvm_ended()) await keep();
+      }
       return { ended: !!M._tvm_ended(), exit: M._tvm_exit_code(), message: $('message').textContent };
     },
     shown: shownPixels,
+    // A guest file's bytes (path under the root), or null.
+    file: (name) => (M.FS.analyzePath(`${ROOT}/${name}`).exists ? Array.from(M.FS.readFile(`${ROOT}/${name}`)) : null),
+    // The download's zip archive as bytes.
+    zip: async () => Array.from(new Uint8Array(await (await makeZip(rootFiles())).arrayBuffer())),
     // The state buttons' work: into the browser's store and back.
     save: async () => { await stored('slot', saveState()); },
     restore: async () => loadState(await stored('slot')),

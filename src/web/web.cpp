@@ -23,7 +23,8 @@ struct Page {
     std::vector<uint8_t> state;  // the last save state made
     std::vector<uint8_t> rgba;  // the last frame, 4 bytes a pixel
     std::vector<uint32_t> xrgb;
-    int width = 0, height = 0;
+    int width = 0, height = 0;  // of rgba
+    int scale = 1;              // the page's enlargement
     uint64_t frame_ns = 0;
     bool ended = false;
     int32_t exit_code = 0;
@@ -32,13 +33,28 @@ struct Page {
 // The page has one machine at a time; it lives from tvm_load to the next.
 std::unique_ptr<Page> page;
 
+// The last frame as RGBA: the guest screen 1:1, or with the LCD grid on and
+// a monochrome screen enlarged by the page's scale with the grid look (the
+// picture tvm2 draws into a window of that size).
 void take_frame(Page& p) {
     const std::shared_ptr<const Frame> f = core_frame(p.core);
     if (!f) return;
-    p.width = f->width;
-    p.height = f->height;
+    const int k = core_grid(p.core) && f->graph_mode == 1 && p.scale >= 3 ? p.scale : 1;
+    p.width = f->width * k;
+    p.height = f->height * k;
     p.xrgb.resize(static_cast<size_t>(p.width) * p.height);
-    frame_to_xrgb8888(*f, p.xrgb.data());
+    if (k == 1) {
+        frame_to_xrgb8888(*f, p.xrgb.data());
+    } else {
+        std::vector<uint16_t> px(p.xrgb.size());
+        Surface16 s{reinterpret_cast<uint8_t*>(px.data()), p.width, p.height, p.width * 2};
+        ScaleX_grid(*f, s, k);
+        // Each 5- or 6-bit field widened by repeating its top bits.
+        for (size_t i = 0; i < px.size(); ++i) {
+            const uint32_t c = px[i], r = c >> 11, g = (c >> 5) & 63, b = c & 31;
+            p.xrgb[i] = (r << 3 | r >> 2) << 16 | (g << 2 | g >> 4) << 8 | (b << 3 | b >> 2);
+        }
+    }
     p.rgba.resize(p.xrgb.size() * 4);
     for (size_t i = 0; i < p.xrgb.size(); ++i) {
         const uint32_t c = p.xrgb[i];
@@ -91,9 +107,35 @@ EMSCRIPTEN_KEEPALIVE int tvm_frame(int buttons) {
     return r.new_frame ? 1 : 0;
 }
 
+// The last frame's pixels (RGBA), tvm_width x tvm_height: the guest's size,
+// or that size times the scale when the grid look enlarges it.
 EMSCRIPTEN_KEEPALIVE const uint8_t* tvm_pixels() { return page ? page->rgba.data() : nullptr; }
 EMSCRIPTEN_KEEPALIVE int tvm_width() { return page ? page->width : 0; }
 EMSCRIPTEN_KEEPALIVE int tvm_height() { return page ? page->height : 0; }
+// The guest screen's size (0 before the first frame).
+EMSCRIPTEN_KEEPALIVE int tvm_screen_width() {
+    const auto f = page ? core_frame(page->core) : nullptr;
+    return f ? f->width : 0;
+}
+EMSCRIPTEN_KEEPALIVE int tvm_screen_height() {
+    const auto f = page ? core_frame(page->core) : nullptr;
+    return f ? f->height : 0;
+}
+
+// The page's enlargement and the LCD grid option; the last frame is
+// converted again for them.
+EMSCRIPTEN_KEEPALIVE void tvm_set_view(int scale, int grid) {
+    if (!page || !page->core.loaded()) return;
+    page->scale = scale < 1 ? 1 : scale > 16 ? 16 : scale;
+    core_set_grid(page->core, grid != 0);
+    take_frame(*page);
+}
+
+// What the guest's open files hold reaches the module's file system, so that
+// the page can store it.
+EMSCRIPTEN_KEEPALIVE void tvm_flush_files() {
+    if (page) core_flush_files(page->core);
+}
 EMSCRIPTEN_KEEPALIVE int tvm_ended() { return page && page->ended ? 1 : 0; }
 EMSCRIPTEN_KEEPALIVE int tvm_exit_code() { return page ? page->exit_code : 0; }
 

@@ -2,9 +2,12 @@
 // button script as the libretro test, frame by frame, and compares what the
 // canvas shows at each checkpoint (and at the end) with tvxrun's screenshot
 // of the same program and key script on the virtual clock; halfway it saves
-// a state, reloads the page and restores it. Prints how soon
-// after the page starts loading a demo shows its first frame.
-// Usage: node browser.js DIST WORK TVXRUN   (WORK holds pad.tvx)
+// a state, reloads the page and restores it. Then the guest's files: the
+// tutorial's file program counts its runs across a reload, the count comes
+// out in the zip download and goes back in by an upload; its screen with the
+// LCD grid is tvxrun's at the same size. Prints how soon after the page
+// starts loading a demo shows its first frame.
+// Usage: node browser.js DIST WORK TVXRUN   (WORK holds pad.tvx, step5_file.tvx)
 'use strict';
 const fs = require('fs');
 const http = require('http');
@@ -34,12 +37,14 @@ const server = http.createServer((req, res) => {
   });
 });
 
-// tvxrun's picture for the script cut before frame `end`; returns its status.
-function tvxrunShot(end, png) {
+// tvxrun's picture of program for the script cut before frame `end`, in a
+// fresh root; returns its status.
+function tvxrunShot(program, end, png, extra = []) {
   const keys = SCRIPT.filter(([f]) => f < end).map(([f, b, down]) => `${Math.floor((f * 50) / 3)}:${b}${down ? '+' : '-'}`);
-  const args = ['--clock', 'virtual', '--screenshot', png];
+  const root = fs.mkdtempSync(path.join(work, 'root'));
+  const args = ['--clock', 'virtual', '--root', root, '--screenshot', png, ...extra];
   if (keys.length) args.push('--keys', keys.join(','));
-  args.push(path.join(work, 'pad.tvx'));
+  args.push(path.join(work, program));
   try {
     execFileSync(tvxrun, args, { cwd: work, stdio: 'ignore' });
     return 0;
@@ -47,6 +52,8 @@ function tvxrunShot(end, png) {
     return e.status;
   }
 }
+
+const python = (code, ...args) => execFileSync('python3', ['-c', code, ...args]).toString().trim();
 
 async function main() {
   await new Promise((ok) => server.listen(0, '127.0.0.1', ok));
@@ -71,12 +78,18 @@ async function main() {
         result = await page.evaluate((w) => window.tvmTest.step(1, w), word);
       }
     };
-    // The page's canvas against tvxrun's screenshot, pixel by pixel.
-    const compare = async (at, status) => {
+    // The page's canvas (at guest size, or whole) against tvxrun's
+    // screenshot, pixel by pixel.
+    const compare = async (at, status, program = 'pad.tvx', full = false) => {
       const png = `at${at}.png`;
-      const got = tvxrunShot(at, path.join(work, png));
+      const extra = [];
+      if (full) extra.push('--screenshot-size', await page.evaluate(() => {
+        const c = document.getElementById('screen');
+        return `${c.width}x${c.height}`;
+      }));
+      const got = tvxrunShot(program, at, path.join(work, png), extra);
       if (got !== status) fail(`tvxrun up to frame ${at} ended with ${got}, not ${status}`);
-      const diff = await page.evaluate(async (url) => {
+      const diff = await page.evaluate(async (url, full) => {
         const img = new Image();
         img.src = url;
         await img.decode();
@@ -85,7 +98,7 @@ async function main() {
         c.height = img.height;
         c.getContext('2d').drawImage(img, 0, 0);
         const want = c.getContext('2d').getImageData(0, 0, img.width, img.height).data;
-        const shown = window.tvmTest.shown();
+        const shown = window.tvmTest.shown(full);
         if (shown.width !== img.width || shown.height !== img.height)
           return `size ${shown.width}x${shown.height}, tvxrun ${img.width}x${img.height}`;
         for (let i = 0; i < img.width * img.height; ++i)
@@ -93,7 +106,7 @@ async function main() {
             if (shown.rgb[3 * i + k] !== want[4 * i + k])
               return `pixel (${i % img.width}, ${Math.floor(i / img.width)}) differs`;
         return '';
-      }, `${base}/work/${png}`);
+      }, `${base}/work/${png}`, full);
       if (diff) fail(`frame ${at}: ${diff}`);
     };
     for (const at of CHECKPOINTS) {
@@ -113,6 +126,39 @@ async function main() {
       fail(`the program did not end with ${EXIT} by frame ${END}: ${JSON.stringify(result)}`);
     else await compare(END, EXIT);
 
+    // The guest's files last: two runs of the file program across a reload
+    // count 1 and 2 in runs.txt.
+    const runFileProgram = async () => {
+      await page.evaluate((url) => window.tvmTest.load(url), `${base}/work/step5_file.tvx`);
+      const r = await page.evaluate(() => window.tvmTest.step(60, 0));
+      if (!r.ended || r.exit !== 0) fail(`step5_file did not end well: ${JSON.stringify(r)}`);
+      const bytes = await page.evaluate(() => window.tvmTest.file('runs.txt'));
+      return bytes && Buffer.from(bytes).toString();
+    };
+    let runs = await runFileProgram();
+    if (runs !== '1') fail(`after the first run runs.txt holds ${runs}`);
+    // Its monochrome screen with the LCD grid, enlarged as tvxrun enlarges.
+    await page.click('#grid');
+    await compare(0, 0, 'step5_file.tvx', true);
+    await page.reload();
+    await page.waitForFunction(() => window.tvmTest !== undefined);
+    runs = await runFileProgram();
+    if (runs !== '2') fail(`after a reload and a second run runs.txt holds ${runs}`);
+    // The download is a zip archive Python reads; an archive Python made
+    // goes in by the upload button.
+    const zip = path.join(work, 'files.zip');
+    fs.writeFileSync(zip, Buffer.from(await page.evaluate(() => window.tvmTest.zip())));
+    const check = 'import sys, zipfile\nz = zipfile.ZipFile(sys.argv[1])\nassert z.testzip() is None\n' +
+      'print(" ".join(sorted(z.namelist())), z.read("runs.txt").decode())';
+    const listed = python(check, zip);
+    if (listed !== 'PROGRAM/step5_file.tvx runs.txt 2') fail(`the zip download holds: ${listed}`);
+    const upload = path.join(work, 'upload.zip');
+    python('import sys, zipfile\nzipfile.ZipFile(sys.argv[1], "w", zipfile.ZIP_DEFLATED).writestr("runs.txt", "41")', upload);
+    await (await page.$('#files-upload')).uploadFile(upload);
+    await page.waitForFunction(() => document.getElementById('message').textContent.startsWith('1 file added'));
+    runs = await runFileProgram();
+    if (runs !== '42') fail(`after the upload and a run runs.txt holds ${runs}`);
+
     // Reported, not checked: how soon a demo shows its first frame.
     const shown = await browser.newPage();
     await shown.goto(`${base}/index.html?program=demos/tour.tvx`);
@@ -123,7 +169,7 @@ async function main() {
     await browser.close();
     server.close();
   }
-  if (failures === 0) console.log('web: the page shows what tvxrun shows');
+  if (failures === 0) console.log('web: the page shows what tvxrun shows and keeps the files');
   process.exit(failures ? 1 : 0);
 }
 
