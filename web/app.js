@@ -31,11 +31,24 @@ let kept = 0;  // when the guest's files were last stored
 const KEEP_MS = 2000;
 
 function message(text) { $('message').textContent = text; }
-function say(text) {
+// Text into the console panel: the guest's console text, or the machine's
+// log (dimmed) with log set.
+function say(text, log = false) {
   if (!text) return;
   const c = $('console');
-  c.textContent += text;
+  if (log) {
+    const span = document.createElement('span');
+    span.className = 'log';
+    span.textContent = text;
+    c.appendChild(span);
+  } else {
+    c.appendChild(document.createTextNode(text));
+  }
   c.scrollTop = c.scrollHeight;
+}
+function sayAll() {
+  say(M.UTF8ToString(M._tvm_log()), true);
+  say(M.UTF8ToString(M._tvm_console()));
 }
 
 function padButtons() {
@@ -89,7 +102,7 @@ function tick(now) {
     }
   }
   if (running && now - kept > KEEP_MS) keep();
-  say(M.UTF8ToString(M._tvm_console()));
+  sayAll();
   if (fresh) draw();
   requestAnimationFrame(tick);
 }
@@ -106,7 +119,7 @@ function start(name, bytes) {
   M.FS.mkdirTree(`${ROOT}/PROGRAM`);
   M.FS.writeFile(path, bytes);
   const err = M.cwrap('tvm_load', 'string', ['string', 'string', 'number'])(path, ROOT, 0);
-  say(M.UTF8ToString(M._tvm_console()));
+  sayAll();
   if (err) {
     message(`${name}: ${err}`);
     return;
@@ -331,6 +344,21 @@ async function startUrl(url) {
   }
 }
 
+// A bundled demo, with the others beside it in PROGRAM/ (a demo may start
+// another as a nested program).
+let demos = [];
+async function startDemo(name) {
+  for (const other of demos) {
+    const file = `${ROOT}/PROGRAM/${other.split('/').pop()}`;
+    if (other === name || M.FS.analyzePath(file).exists) continue;
+    const response = await fetch(`demos/${other}`);
+    if (!response.ok) continue;
+    M.FS.mkdirTree(`${ROOT}/PROGRAM`);
+    M.FS.writeFile(file, new Uint8Array(await response.arrayBuffer()));
+  }
+  await startUrl(`demos/${name}`);
+}
+
 function startFile(file) {
   file.arrayBuffer().then((buffer) => start(file.name, new Uint8Array(buffer)));
 }
@@ -370,9 +398,10 @@ function wire() {
     drop.classList.remove('over');
     if (e.dataTransfer.files[0]) startFile(e.dataTransfer.files[0]);
   });
-  $('demos').addEventListener('change', (e) => { if (e.target.value) startUrl(`demos/${e.target.value}`); });
+  $('demos').addEventListener('change', (e) => { if (e.target.value) startDemo(e.target.value); });
   fetch('demos/list.txt').then((r) => (r.ok ? r.text() : '')).then((text) => {
-    for (const name of text.split('\n').filter(Boolean)) {
+    demos = text.split('\n').filter(Boolean);
+    for (const name of demos) {
       const o = document.createElement('option');
       o.value = o.textContent = name;
       $('demos').appendChild(o);
@@ -412,7 +441,7 @@ function wire() {
   });
 }
 
-createTvm2({ print: say, printErr: say }).then(async (module) => {
+createTvm2({ print: (t) => say(`${t}\n`), printErr: (t) => say(`${t}\n`, true) }).then(async (module) => {
   M = module;
   await mountRoot();
   wire();

@@ -19,7 +19,7 @@ constexpr uint64_t kStepsPerFrame = 4'000'000;  // what a busy guest gets per fr
 
 struct Page {
     Core core;
-    std::string error, console, console_out;
+    std::string error, console, console_out, log, log_out;
     std::vector<uint8_t> state;  // the last save state made
     std::vector<uint8_t> rgba;  // the last frame, 4 bytes a pixel
     std::vector<uint32_t> xrgb;
@@ -65,11 +65,12 @@ void take_frame(Page& p) {
     }
 }
 
-// A new page machine, its log and console text gathered for tvm_console.
+// A new page machine, its log and console text gathered for tvm_log and
+// tvm_console.
 Page& new_page() {
     page = std::make_unique<Page>();
     Page& p = *page;
-    p.core.sinks.log = [&p](std::string_view text) { p.console += text; };
+    p.core.sinks.log = [&p](std::string_view text) { p.log += text; };
     p.core.sinks.console = [&p](std::string_view text) { p.console += text; };
     return p;
 }
@@ -163,12 +164,18 @@ EMSCRIPTEN_KEEPALIVE const char* tvm_load_state(const uint8_t* data, int size) {
     return "";
 }
 
-// The log and console text since the last call (UTF-8).
+// The console text, and the machine log, since the last call (UTF-8).
 EMSCRIPTEN_KEEPALIVE const char* tvm_console() {
     if (!page) return "";
     page->console_out.swap(page->console);
     page->console.clear();
     return page->console_out.c_str();
+}
+EMSCRIPTEN_KEEPALIVE const char* tvm_log() {
+    if (!page) return "";
+    page->log_out.swap(page->log);
+    page->log.clear();
+    return page->log_out.c_str();
 }
 
 }  // extern "C"

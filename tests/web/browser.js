@@ -10,10 +10,9 @@
 // Usage: node browser.js DIST WORK TVXRUN   (WORK holds pad.tvx, step5_file.tvx)
 'use strict';
 const fs = require('fs');
-const http = require('http');
 const path = require('path');
 const { execFileSync } = require('child_process');
-const puppeteer = require('puppeteer-core');
+const { start, openPage } = require('./serve');
 
 const [dist, work, tvxrun] = process.argv.slice(2).map((p) => path.resolve(p));
 const BTN = { A: 0x001, B: 0x002, SELECT: 0x004, START: 0x008, RIGHT: 0x010, LEFT: 0x020, UP: 0x040, DOWN: 0x080,
@@ -24,18 +23,6 @@ const SCRIPT = [[30, 'A', true], [36, 'A', false], [45, 'RIGHT', true], [48, 'RI
   [156, 'START', false]];
 const CHECKPOINTS = [12, 51, 108];  // the program waits for a key there
 const END = 160, EXIT = 5;  // five presses before START
-
-// Files: the page from DIST, the program and screenshots from WORK under /work/.
-const types = { '.html': 'text/html', '.js': 'text/javascript', '.wasm': 'application/wasm', '.png': 'image/png' };
-const server = http.createServer((req, res) => {
-  const url = decodeURIComponent(req.url.split('?')[0]);
-  const file = url.startsWith('/work/') ? path.join(work, path.basename(url)) : path.join(dist, path.normalize(url === '/' ? '/index.html' : url));
-  fs.readFile(file, (err, data) => {
-    if (err) { res.writeHead(404); res.end(); return; }
-    res.writeHead(200, { 'Content-Type': types[path.extname(file)] || 'application/octet-stream' });
-    res.end(data);
-  });
-});
 
 // tvxrun's picture of program for the script cut before frame `end`, in a
 // fresh root; returns its status.
@@ -56,18 +43,12 @@ function tvxrunShot(program, end, png, extra = []) {
 const python = (code, ...args) => execFileSync('python3', ['-c', code, ...args]).toString().trim();
 
 async function main() {
-  await new Promise((ok) => server.listen(0, '127.0.0.1', ok));
-  const base = `http://127.0.0.1:${server.address().port}`;
-  const browser = await puppeteer.launch({ executablePath: '/usr/bin/chromium', headless: true,
-    args: ['--no-sandbox', '--disable-gpu'] });
+  const site = await start(dist, work);
+  const base = site.base;
   let failures = 0;
   const fail = (what) => { console.log(`FAIL web: ${what}`); ++failures; };
   try {
-    const page = await browser.newPage();
-    await page.setViewport({ width: 1280, height: 720 });
-    await page.goto(`${base}/index.html?test`);
-    await page.waitForFunction(() => window.tvmTest !== undefined);
-    await page.evaluate((url) => window.tvmTest.load(url), `${base}/work/pad.tvx`);
+    const page = await openPage(site, 'pad.tvx');
     const loadMessage = await page.evaluate(() => document.getElementById('message').textContent);
     if (loadMessage) fail(`loading pad.tvx: ${loadMessage}`);
 
@@ -160,14 +141,13 @@ async function main() {
     if (runs !== '42') fail(`after the upload and a run runs.txt holds ${runs}`);
 
     // Reported, not checked: how soon a demo shows its first frame.
-    const shown = await browser.newPage();
+    const shown = await site.browser.newPage();
     await shown.goto(`${base}/index.html?program=demos/tour.tvx`);
     await shown.waitForFunction(() => window.tvmFirstFrameMs !== undefined, { timeout: 20000 });
     const ms = await shown.evaluate(() => window.tvmFirstFrameMs);
     console.log(`web: the tour's first frame after ${Math.round(ms)} ms`);
   } finally {
-    await browser.close();
-    server.close();
+    await site.close();
   }
   if (failures === 0) console.log('web: the page shows what tvxrun shows and keeps the files');
   process.exit(failures ? 1 : 0);
