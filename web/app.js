@@ -46,9 +46,20 @@ function say(text, log = false) {
   }
   c.scrollTop = c.scrollHeight;
 }
+let lastLog = '';  // the machine log's last line
 function sayAll() {
-  say(M.UTF8ToString(M._tvm_log()), true);
+  const log = M.UTF8ToString(M._tvm_log());
+  if (log.trim()) lastLog = log.trim().split('\n').pop();
+  say(log, true);
   say(M.UTF8ToString(M._tvm_console()));
+}
+// The end of the program in words: the machine's reason when it stopped a
+// faulty program (an undefined instruction, a jump out of the image).
+function ended() {
+  sayAll();
+  const code = M._tvm_exit_code();
+  if (/program ended$/.test(lastLog)) message(`The program was stopped: ${lastLog}`);
+  else message(code === 0 ? 'The program ended.' : `The program ended with code ${code}.`);
 }
 
 function padButtons() {
@@ -96,8 +107,7 @@ function tick(now) {
     if (M._tvm_frame(keyButtons | touchButtons | padButtons())) fresh = true;
     if (M._tvm_ended()) {
       running = false;
-      const code = M._tvm_exit_code();
-      message(code === 0 ? 'The program ended.' : `The program ended with code ${code}.`);
+      ended();
       keep();
     }
   }
@@ -111,6 +121,7 @@ function tick(now) {
 function start(name, bytes) {
   running = false;
   message('');
+  lastLog = '';
   $('console').textContent = '';
   // The core runs files named *.tvx only; any other name gets the ending, so
   // that what is not a program is refused for its content.
@@ -452,7 +463,10 @@ createTvm2({ print: (t) => say(`${t}\n`), printErr: (t) => say(`${t}\n`, true) }
     async step(n, buttons) {
       for (let i = 0; i < n && !M._tvm_ended(); ++i) {
         if (M._tvm_frame(buttons)) draw();
-        if (M._tvm_ended()) await keep();
+        if (M._tvm_ended()) {
+          ended();
+          await keep();
+        }
       }
       return { ended: !!M._tvm_ended(), exit: M._tvm_exit_code(), message: $('message').textContent };
     },

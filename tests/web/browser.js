@@ -7,7 +7,8 @@
 // out in the zip download and goes back in by an upload; its screen with the
 // LCD grid is tvxrun's at the same size. Prints how soon after the page
 // starts loading a demo shows its first frame.
-// Usage: node browser.js DIST WORK TVXRUN   (WORK holds pad.tvx, step5_file.tvx)
+// Usage: node browser.js DIST WORK TVXRUN   (WORK holds pad.tvx, step5_file.tvx,
+// undefined_opcode.tvx)
 'use strict';
 const fs = require('fs');
 const path = require('path');
@@ -139,6 +140,16 @@ async function main() {
     await page.waitForFunction(() => document.getElementById('message').textContent.startsWith('1 file added'));
     runs = await runFileProgram();
     if (runs !== '42') fail(`after the upload and a run runs.txt holds ${runs}`);
+
+    // A clear message, not a blank page, for what is not a program and for
+    // a program the machine stops.
+    fs.writeFileSync(path.join(work, 'notes.txt'), 'not a program');
+    for (const [file, want] of [['notes.txt', /^notes\.txt: .*not a Tovix program/],
+      ['undefined_opcode.tvx', /^The program was stopped: Undefined opcode 0xE0 at offset 0x0000/]]) {
+      await page.evaluate((url) => window.tvmTest.load(url), `${base}/work/${file}`);
+      const r = await page.evaluate(() => window.tvmTest.step(60, 0));
+      if (!want.test(r.message)) fail(`${file}: the page says "${r.message}"`);
+    }
 
     // Reported, not checked: how soon a demo shows its first frame.
     const shown = await site.browser.newPage();
