@@ -1,5 +1,6 @@
 #include "vm/fast.h"
 
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -53,6 +54,43 @@ constexpr ImmKinds kImmKinds[] = {TVM_IMMEDIATE_OPS(TABLE_IMM)};
 constexpr BinKinds kBinKinds[] = {TVM_BINARY_OPS(TABLE_BIN)};
 #undef TABLE_IMM
 #undef TABLE_BIN
+
+// The bytes an entry of kind k covers when the kind fixes them (0 when its
+// instructions come in several lengths). Handlers step over such entries by
+// a constant, so that finding the next entry does not wait for a load from
+// this one: that chain of loads bounds how fast entries can follow.
+constexpr uint32_t kind_len(uint16_t k, bool wide) {
+    const uint32_t ad = wide ? 4 : 3;         // an instruction with an address operand
+    constexpr uint32_t imm = 3, branch = 4;  // an immediate operator; c_jmpe, c_jmpn
+    switch (k) {
+        case k_VChar: case k_VInt: case k_VLong: case k_LVChar: case k_LVInt: case k_LVLong: case k_GChar:
+        case k_GInt: case k_GLong: case k_LGChar: case k_LGInt: case k_LGLong: case k_ARef: case k_LARef:
+        case k_LLong: case k_Ax: case k_SetSp:
+            return ad;
+        case k_AddBp: return ad + 1;
+        case k_Let: case k_PopVal: return 1;
+        case k_Letx: case k_Secret: case k_LetPop: return 2;
+        case k_Debug: case k_Funcid: case k_Jmpe: case k_Jmpn: return branch;
+        case k_PopJmpe: case k_PopJmpn: return 1 + branch;
+        default: break;
+    }
+    for (const ImmKinds& q : kImmKinds) {
+        if (k == q.single) return imm;
+        if (k == q.lv) return ad + imm;
+        if (k == q.pbe || k == q.pbn) return imm + 1 + branch;
+        if (k == q.lv_pbe || k == q.lv_pbn) return ad + imm + 1 + branch;
+        if (k == q.loc) return 2 * ad + imm + 2;
+    }
+    for (const BinKinds& o : kBinKinds) {
+        if (k == o.single) return 1;
+        if (k == o.lv) return ad + 1;
+        if (k == o.lvlv) return 2 * ad + 1;
+        if (k == o.pbe || k == o.pbn) return 2 + branch;
+        if (k == o.lvlv_pbe || k == o.lvlv_pbn) return 2 * ad + 2 + branch;
+        if (k == o.letpop) return 3;
+    }
+    return 0;
+}
 
 }  // namespace
 
@@ -198,7 +236,7 @@ const BinKinds* bin_kinds(uint16_t kind) {
 // when they form one of the common sequences. Fused jumps and calls only go
 // to targets inside the image, so that running them never needs the
 // reference handler for that.
-FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
+FastOp decode_parts(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
     if (at >= code_end) return FastOp{k_Fallback, 1, 1, code[at], 0, 0, 0};  // the reference handler ends the program
     constexpr int kLook = 5;
     FastOp s[kLook] = {};
@@ -251,6 +289,17 @@ FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
         return op;
     }
     return f;
+}
+
+// The entry at `at`. One whose length its handler would step over wrongly
+// would be a decoder fault: debug builds (the sanitizer suite) stop on it,
+// others run it through the reference handler.
+FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
+    const FastOp op = decode_parts(code, code_end, at, wide);
+    const uint32_t fixed = kind_len(op.kind, wide);
+    assert(fixed == 0 || fixed == op.len);
+    if (fixed != 0 && fixed != op.len) return FastOp{k_Fallback, 1, 1, code[at], 0, 0, 0};
+    return op;
 }
 
 // A stack cell in place.
@@ -307,6 +356,14 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     do {              \
         e += e->len;  \
         DISPATCH();   \
+    } while (0)
+    // The same for an entry of a kind of fixed length.
+#define NEXT_FIXED(k)                                   \
+    do {                                                \
+        constexpr uint32_t fixed_ = kind_len(k, wide);  \
+        static_assert(fixed_ != 0);                     \
+        e += fixed_;                                    \
+        DISPATCH();                                     \
     } while (0)
 #if defined(__GNUC__)
 #define X(k) &&L_##k,
@@ -472,9 +529,9 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     } while (0)
     // A conditional jump ending an entry; its target is inside the image. A
     // pending exit request is left to the reference handler.
-#define B_BRANCH(taken)                  \
+#define B_BRANCH(k, taken)               \
     do {                                 \
-        if (!(taken)) NEXT();            \
+        if (!(taken)) NEXT_FIXED(k);     \
         if (m.force_exit_tvx) {          \
             e += e->len - 4;             \
             goto L_Fallback;             \
@@ -542,59 +599,59 @@ dispatch:
     }
     HANDLER(VChar) {
         PUSH(ram_read1(ram, base + e->a));
-        NEXT();
+        NEXT_FIXED(k_VChar);
     }
     HANDLER(VInt) {
         PUSH(static_cast<uint32_t>(ram_read2(ram, base + e->a)));
-        NEXT();
+        NEXT_FIXED(k_VInt);
     }
     HANDLER(VLong) {
         PUSH(ram_read4(ram, base + e->a));
-        NEXT();
+        NEXT_FIXED(k_VLong);
     }
     HANDLER(LVChar) {
         PUSH(ram_read1(ram, base + e->a + bp));
-        NEXT();
+        NEXT_FIXED(k_LVChar);
     }
     HANDLER(LVInt) {
         PUSH(static_cast<uint32_t>(ram_read2(ram, base + e->a + bp)));
-        NEXT();
+        NEXT_FIXED(k_LVInt);
     }
     HANDLER(LVLong) {
         B_LV(e->a);
-        NEXT();
+        NEXT_FIXED(k_LVLong);
     }
     HANDLER(GChar) {
         PUSH(ram_read1(ram, base + GLOBAL(e->a)));
-        NEXT();
+        NEXT_FIXED(k_GChar);
     }
     HANDLER(GInt) {
         PUSH(static_cast<uint32_t>(ram_read2(ram, base + GLOBAL(e->a))));
-        NEXT();
+        NEXT_FIXED(k_GInt);
     }
     HANDLER(GLong) {
         PUSH(ram_read4(ram, base + GLOBAL(e->a)));
-        NEXT();
+        NEXT_FIXED(k_GLong);
     }
     HANDLER(LGChar) {
         PUSH(ram_read1(ram, base + GLOBAL(e->a) + bp));
-        NEXT();
+        NEXT_FIXED(k_LGChar);
     }
     HANDLER(LGInt) {
         PUSH(static_cast<uint32_t>(ram_read2(ram, base + GLOBAL(e->a) + bp)));
-        NEXT();
+        NEXT_FIXED(k_LGInt);
     }
     HANDLER(LGLong) {
         PUSH(ram_read4(ram, base + GLOBAL(e->a) + bp));
-        NEXT();
+        NEXT_FIXED(k_LGLong);
     }
     HANDLER(ARef) {
         B_AREF(e->a, e->b);
-        NEXT();
+        NEXT_FIXED(k_ARef);
     }
     HANDLER(LARef) {
         B_LAREF(e->a, e->b);
-        NEXT();
+        NEXT_FIXED(k_LARef);
     }
     HANDLER(ConstARef) {
         PUSH(e->a);
@@ -612,20 +669,20 @@ dispatch:
     }
     HANDLER(LLong) {
         B_LLONG(e->a);
-        NEXT();
+        NEXT_FIXED(k_LLong);
     }
     HANDLER(Ax) {
         PUSH(GLOBAL(e->a));
-        NEXT();
+        NEXT_FIXED(k_Ax);
     }
     HANDLER(Let) {
         B_LET();
-        NEXT();
+        NEXT_FIXED(k_Let);
     }
     HANDLER(LetPop) {
         B_LET();
         B_POPVAL_KNOWN(a3);
-        NEXT();
+        NEXT_FIXED(k_LetPop);
     }
     HANDLER(Letx) {
         a3 = POP();
@@ -638,28 +695,28 @@ dispatch:
         else
             ram_write4(ram, base + addr, a3);
         PUSH(a3);
-        NEXT();
+        NEXT_FIXED(k_Letx);
     }
     HANDLER(PopVal) {
         B_POPVAL();
-        NEXT();
+        NEXT_FIXED(k_PopVal);
     }
     HANDLER(PopJmpe) {
         B_POPVAL();
-        B_BRANCH(result == 0);
+        B_BRANCH(k_PopJmpe, result == 0);
     }
     HANDLER(PopJmpn) {
         B_POPVAL();
-        B_BRANCH(result != 0);
+        B_BRANCH(k_PopJmpn, result != 0);
     }
     // Jumps and calls leave a target outside the image and a pending exit
     // request to the reference handler.
     HANDLER(Jmpe) {
-        if (result != 0) NEXT();
+        if (result != 0) NEXT_FIXED(k_Jmpe);
         goto L_Jmp;
     }
     HANDLER(Jmpn) {
-        if (result == 0) NEXT();
+        if (result == 0) NEXT_FIXED(k_Jmpn);
         goto L_Jmp;
     }
     HANDLER(Jmp) {
@@ -692,7 +749,7 @@ dispatch:
     }
     HANDLER(AddBp) {
         B_ENTER(e->a, e->b);
-        NEXT();
+        NEXT_FIXED(k_AddBp);
     }
     HANDLER(SubBp) {
         sp = bp;
@@ -715,34 +772,34 @@ dispatch:
     }
     HANDLER(SetSp) {
         sp = e->a;
-        NEXT();
+        NEXT_FIXED(k_SetSp);
     }
     HANDLER(Debug) {
         m.d_line = e->a;
-        NEXT();
+        NEXT_FIXED(k_Debug);
     }
     HANDLER(Funcid) {
         if (m.func_top < kFuncStack) m.func_stack[m.func_top] = m.cur_funcid;
         if (m.func_top < 0xFFFFFFFFu) ++m.func_top;
         m.cur_funcid = e->a;
-        NEXT();
+        NEXT_FIXED(k_Funcid);
     }
     HANDLER(Secret) {
         m.secret = static_cast<uint8_t>(e->a);
-        NEXT();
+        NEXT_FIXED(k_Secret);
     }
     // The operators, alone and in their fused sequences.
     // A fused entry ending in pop_val and c_jmpe (k_PBe) or c_jmpn (k_PBn).
 #define BRANCHING(k, body)       \
-    HANDLER(k##_PBe) {           \
-        body;                    \
-        B_POPVAL_KNOWN(a1);      \
-        B_BRANCH(result == 0);   \
-    }                            \
-    HANDLER(k##_PBn) {           \
-        body;                    \
-        B_POPVAL_KNOWN(a1);      \
-        B_BRANCH(result != 0);   \
+    HANDLER(k##_PBe) {                    \
+        body;                             \
+        B_POPVAL_KNOWN(a1);               \
+        B_BRANCH(k_##k##_PBe, result == 0); \
+    }                                     \
+    HANDLER(k##_PBn) {                    \
+        body;                             \
+        B_POPVAL_KNOWN(a1);               \
+        B_BRANCH(k_##k##_PBn, result != 0); \
     }
     // Loads of one or two frame cells, pushed, their values kept.
 #define PUSH_LV(x)                         \
@@ -755,12 +812,12 @@ dispatch:
 #define HANDLERS_IMM(n, expr)                                \
     HANDLER(n) {                                             \
         B_IMM(e->b, expr);                                   \
-        NEXT();                                              \
+        NEXT_FIXED(k_##n);                                   \
     }                                                        \
     HANDLER(LV_##n) {                                        \
         PUSH_LV(e->a);                                       \
         B_IMM_KNOWN(x_, e->b, expr);                         \
-        NEXT();                                              \
+        NEXT_FIXED(k_LV_##n);                                \
     }                                                        \
     BRANCHING(n, B_IMM(e->b, expr))                          \
     BRANCHING(LV_##n, PUSH_LV(e->a); B_IMM_KNOWN(x_, e->b, expr)) \
@@ -771,22 +828,22 @@ dispatch:
         B_IMM_KNOWN(x_, e->c, expr);                         \
         B_LET_KNOWN(r_, a1);                                 \
         B_POPVAL_KNOWN(a3);                                  \
-        NEXT();                                              \
+        NEXT_FIXED(k_Loc_##n);                               \
     }
 #define HANDLERS_BIN(n, expr)                                \
     HANDLER(n) {                                             \
         B_BIN(expr);                                         \
-        NEXT();                                              \
+        NEXT_FIXED(k_##n);                                   \
     }                                                        \
     HANDLER(LV_##n) {                                        \
         PUSH_LV(e->a);                                       \
         B_BIN_TOP(x_, expr);                                 \
-        NEXT();                                              \
+        NEXT_FIXED(k_LV_##n);                                \
     }                                                        \
     HANDLER(LVLV_##n) {                                      \
         PUSH_LV2(e->a, e->b);                                \
         B_BIN_KNOWN(x_, y_, expr);                           \
-        NEXT();                                              \
+        NEXT_FIXED(k_LVLV_##n);                              \
     }                                                        \
     BRANCHING(n, B_BIN(expr))                                \
     BRANCHING(LVLV_##n, PUSH_LV2(e->a, e->b); B_BIN_KNOWN(x_, y_, expr)) \
@@ -794,7 +851,7 @@ dispatch:
         B_BIN(expr);                                         \
         B_LET_VALUE(a1);                                     \
         B_POPVAL_KNOWN(a3);                                  \
-        NEXT();                                              \
+        NEXT_FIXED(k_##n##_LetPop);                          \
     }
     TVM_FAST_OPERATOR_KINDS(HANDLERS)
 
