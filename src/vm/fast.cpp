@@ -21,11 +21,12 @@ namespace {
 // Entry kinds. The simple instructions run on registers held in locals;
 // everything else runs through the reference handler (Fallback). The fused
 // kinds stand for the sequences compiled programs run most, named by their
-// parts: LV a frame load (push_lvlong), LVLV two of them, Loc the
-// assignment `local = local op k`, PBe/PBn pop_val and a conditional jump
-// (c_jmpe/c_jmpn), LetPop c_let and pop_val.
+// parts: LV a frame load (push_lvlong), LVLV two of them, Loc the assignment
+// `local = local op k`, PBe/PBn pop_val and a conditional jump (c_jmpe or
+// c_jmpn), LetPop c_let and pop_val. Const1 is push_char, Const the wider
+// constants.
 #define TVM_FAST_KINDS(X)                                                                                       \
-    X(Decode) X(Fallback) X(Nop) X(Const) X(VChar) X(VInt) X(VLong) X(LVChar) X(LVInt) X(LVLong) X(GChar) X(GInt) \
+    X(Decode) X(Fallback) X(Nop) X(Const) X(Const1) X(VChar) X(VInt) X(VLong) X(LVChar) X(LVInt) X(LVLong) X(GChar) X(GInt) \
     X(GLong) X(LGChar) X(LGInt) X(LGLong) X(ARef) X(LARef) X(LLong) X(Ax) X(Let) X(Letx) X(PopVal) X(Jmp) X(Jmpe)  \
     X(Jmpn) X(Call) X(AddBp) X(SubBp) X(SetSp) X(Debug) X(Funcid) X(Secret) X(LetPop) X(PopJmpe) X(PopJmpn)    \
     X(ConstARef) X(ConstLARef) X(CallEnter)
@@ -69,7 +70,8 @@ constexpr uint32_t kind_len(uint16_t k, bool wide) {
             return ad;
         case k_AddBp: return ad + 1;
         case k_Let: case k_PopVal: return 1;
-        case k_Letx: case k_Secret: case k_LetPop: return 2;
+        case k_Const1: case k_Letx: case k_Secret: case k_LetPop: return 2;
+        case k_ConstARef: case k_ConstLARef: return 2 + ad;
         case k_Debug: case k_Funcid: case k_Jmpe: case k_Jmpn: return branch;
         case k_PopJmpe: case k_PopJmpn: return 1 + branch;
         default: break;
@@ -170,7 +172,7 @@ FastOp decode_one(const uint8_t* code, uint32_t at, bool wide) {
     switch (code[at]) {
         case 0x00: case 0x44: case 0x72: return with(k_Nop, 0);
         case 0x71: return with(k_Nop, 1);
-        case 0x01: return with(k_Const, 1, p[0]);
+        case 0x01: return with(k_Const1, 1, p[0]);
         case 0x02: return with(k_Const, 2, sx16(u16));
         case 0x03: return with(k_Const, 4, u16 | static_cast<uint32_t>(p[2] | p[3] << 8) << 16);
         case 0x04: return with(k_VChar, alen, addr);
@@ -280,7 +282,7 @@ FastOp decode_parts(const uint8_t* code, uint32_t code_end, uint32_t at, bool wi
     }
     if (f.kind == k_PopVal && branch(1)) return fused(pick(1, k_PopJmpe, k_PopJmpn), 2, 0, 0, 0, s[1].d);
     if (f.kind == k_Let && is(1, k_PopVal)) return fused(k_LetPop, 2);
-    if (f.kind == k_Const && (is(1, k_ARef) || is(1, k_LARef)))
+    if (f.kind == k_Const1 && (is(1, k_ARef) || is(1, k_LARef)))
         return fused(s[1].kind == k_ARef ? k_ConstARef : k_ConstLARef, 2, f.a, s[1].a, s[1].b);
     if (constexpr uint8_t kAddBp = op_code("add_bp"); f.kind == k_Call && f.d < code_end && code[f.d] == kAddBp) {
         const FastOp enter = decode_one(code, f.d, wide);
@@ -597,6 +599,10 @@ dispatch:
         PUSH(e->a);
         NEXT();
     }
+    HANDLER(Const1) {
+        PUSH(e->a);
+        NEXT_FIXED(k_Const1);
+    }
     HANDLER(VChar) {
         PUSH(ram_read1(ram, base + e->a));
         NEXT_FIXED(k_VChar);
@@ -658,14 +664,14 @@ dispatch:
         top = (top - 4) & 0xFF;
         const uint32_t g = e->b + (e->a & amask);
         PUSH(REF(g, e->c));
-        NEXT();
+        NEXT_FIXED(k_ConstARef);
     }
     HANDLER(ConstLARef) {
         PUSH(e->a);
         top = (top - 4) & 0xFF;
         const uint32_t g = e->b + (e->a & amask) + bp;
         PUSH(REF(g, e->c));
-        NEXT();
+        NEXT_FIXED(k_ConstLARef);
     }
     HANDLER(LLong) {
         B_LLONG(e->a);
