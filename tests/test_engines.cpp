@@ -160,7 +160,7 @@ struct IdiomProgram {
             ins("push_llong");
             addr(local());
         } else {
-            operand();
+            rng.one_in(2) ? (void)ins("push_char").u8(rng.below(4)) : operand();
             static constexpr std::string_view refs[] = {"push_along", "push_aint", "push_achar", "push_lalong"};
             const auto name = refs[rng.below(4)];
             ins(name);
@@ -184,9 +184,9 @@ struct IdiomProgram {
                 ins("pop_val");
                 jump(rng.one_in(2) ? "c_jmpn" : "c_jmpe");
                 break;
-            case 2:  // x = expression;
+            case 2:  // x = expression; g = g op expression;
                 reference();
-                operand();
+                rng.one_in(3) ? (ins("push_vlong"), addr(global())) : operand();
                 if (rng.one_in(2)) operand(), binary();
                 ins("c_let");
                 if (rng.one_in(4)) ins("c_letx").u8(rng.one_in(2) ? 4 : 0x81);
@@ -199,7 +199,10 @@ struct IdiomProgram {
             case 4: operand(); operand(); binary(); break;
             case 5: reference(); ins("push_ax"); addr(global()); break;
             case 6: jump("c_jmp"); break;
-            case 7: ins("sub_bp"); break;
+            case 7:  // return, often with a local as the result
+                if (rng.one_in(2)) ins("push_lvlong"), addr(local());
+                ins("sub_bp");
+                break;
             case 8: ins("c_debug").u24(rng.below(1000)); ins("c_funcid").u24(rng.below(50)); break;
             case 9: ins("pop_val"); break;
             case 10: ins("set_sp"); addr(0x4000 + rng.below(64)); break;

@@ -24,12 +24,14 @@ namespace {
 // parts: LV a frame load (push_lvlong), LVLV two of them, Loc the assignment
 // `local = local op k`, PBe/PBn pop_val and a conditional jump (c_jmpe or
 // c_jmpn), LetPop c_let and pop_val. Const1 is push_char, Const the wider
-// constants.
+// constants; ConstARef a push_char index and an address reference,
+// ConstARefV the same and a global load (the start of `g = g op ...`);
+// CallEnter c_call into an add_bp; LVSubBp `return local`.
 #define TVM_FAST_KINDS(X)                                                                                       \
     X(Decode) X(Fallback) X(Nop) X(Const) X(Const1) X(VChar) X(VInt) X(VLong) X(LVChar) X(LVInt) X(LVLong) X(GChar) X(GInt) \
     X(GLong) X(LGChar) X(LGInt) X(LGLong) X(ARef) X(LARef) X(LLong) X(Ax) X(Let) X(Letx) X(PopVal) X(Jmp) X(Jmpe)  \
     X(Jmpn) X(Call) X(AddBp) X(SubBp) X(SetSp) X(Debug) X(Funcid) X(Secret) X(LetPop) X(PopJmpe) X(PopJmpn)    \
-    X(ConstARef) X(ConstLARef) X(CallEnter)
+    X(ConstARef) X(ConstLARef) X(ConstARefV) X(CallEnter) X(LVSubBp)
 // The kinds made for each operator, by a macro named P_IMM / P_BIN.
 #define TVM_FAST_OPERATOR_KINDS(P) TVM_IMMEDIATE_OPS(P##_IMM) TVM_BINARY_OPS(P##_BIN)
 
@@ -72,6 +74,8 @@ constexpr uint32_t kind_len(uint16_t k, bool wide) {
         case k_Let: case k_PopVal: return 1;
         case k_Const1: case k_Letx: case k_Secret: case k_LetPop: return 2;
         case k_ConstARef: case k_ConstLARef: return 2 + ad;
+        case k_ConstARefV: return 2 + 2 * ad;
+        case k_LVSubBp: return ad + 1;
         case k_Debug: case k_Funcid: case k_Jmpe: case k_Jmpn: return branch;
         case k_PopJmpe: case k_PopJmpn: return 1 + branch;
         default: break;
@@ -260,6 +264,7 @@ FastOp decode_parts(const uint8_t* code, uint32_t code_end, uint32_t at, bool wi
     const FastOp& f = s[0];
     if (f.kind == k_LLong && is(1, k_LVLong) && n > 4 && is(3, k_Let) && is(4, k_PopVal))
         if (const ImmKinds* q = imm_kinds(s[2].kind)) return fused(q->loc, 5, f.a, s[1].a, s[2].b);
+    if (f.kind == k_LVLong && is(1, k_SubBp)) return fused(k_LVSubBp, 2, f.a);
     if (f.kind == k_LVLong) {
         if (is(1, k_LVLong) && n > 2)
             if (const BinKinds* o = bin_kinds(s[2].kind)) {
@@ -282,6 +287,8 @@ FastOp decode_parts(const uint8_t* code, uint32_t code_end, uint32_t at, bool wi
     }
     if (f.kind == k_PopVal && branch(1)) return fused(pick(1, k_PopJmpe, k_PopJmpn), 2, 0, 0, 0, s[1].d);
     if (f.kind == k_Let && is(1, k_PopVal)) return fused(k_LetPop, 2);
+    if (f.kind == k_Const1 && is(1, k_ARef) && is(2, k_VLong))
+        return fused(k_ConstARefV, 3, f.a, s[1].a, s[1].b, s[2].a);
     if (f.kind == k_Const1 && (is(1, k_ARef) || is(1, k_LARef)))
         return fused(s[1].kind == k_ARef ? k_ConstARef : k_ConstLARef, 2, f.a, s[1].a, s[1].b);
     if (constexpr uint8_t kAddBp = op_code("add_bp"); f.kind == k_Call && f.d < code_end && code[f.d] == kAddBp) {
@@ -330,7 +337,11 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     uint8_t* const ram = m.tovix_ram;
     const uint32_t base = m.lRam, eval_stack = m.eval_stack;
     const uint32_t es = base + eval_stack;  // the evaluation stack, base added
-    uint32_t top = m.eval_top, bp = m.local_bp, sp = m.local_sp, a1 = m.a1, a3 = m.a3, result = m.result;
+    // The stack top as a byte: its wrap-around is the byte's own, so that
+    // the compiler sees the slots a handler uses as offsets from one value
+    // instead of a chain of masked updates.
+    uint8_t top = m.eval_top;
+    uint32_t bp = m.local_bp, sp = m.local_sp, a1 = m.a1, a3 = m.a3, result = m.result;
     // Where add_bp puts the arguments in a new frame.
     const uint32_t args_at = m.RamBits == 32 ? 8u : m.RamBits == 16 ? 5u : 6u;
     FastOp* e = ops + m.lPC;
@@ -341,12 +352,12 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     do {                                             \
         const uint32_t pushed_ = (v);                \
         std::memcpy(stack + top, &pushed_, 4);       \
-        top = (top + 4) & 0xFF;                      \
+        top = static_cast<uint8_t>(top + 4);         \
     } while (0)
-#define POP() (top = (top - 4) & 0xFF, cell(stack + top))
+#define POP() (top = static_cast<uint8_t>(top - 4), cell(stack + top))
 #define SYNC_OUT(pc)                            \
     do {                                        \
-        m.eval_top = static_cast<uint8_t>(top); \
+        m.eval_top = top;                       \
         m.local_bp = bp;                        \
         m.local_sp = sp;                        \
         m.a1 = a1;                              \
@@ -468,41 +479,41 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
 #define LOAD_LV(x) ram_read4(ram, base + (x) + bp)
 #define B_IMM_KNOWN(v, k, expr)        \
     do {                               \
-        top = (top - 4) & 0xFF;        \
+        top = static_cast<uint8_t>(top - 4);        \
         a1 = (v);                      \
         a3 = (k);                      \
         B_APPLY(expr);                 \
     } while (0)
 #define B_BIN_KNOWN(x, y, expr)        \
     do {                               \
-        top = (top - 8) & 0xFF;        \
+        top = static_cast<uint8_t>(top - 8);        \
         a3 = (y);                      \
         a1 = (x);                      \
         B_APPLY(expr);                 \
     } while (0)
 #define B_BIN_TOP(y, expr)             \
     do {                               \
-        top = (top - 4) & 0xFF;        \
+        top = static_cast<uint8_t>(top - 4);        \
         a3 = (y);                      \
         a1 = POP();                    \
         B_APPLY(expr);                 \
     } while (0)
 #define B_POPVAL_KNOWN(v)       \
     do {                        \
-        top = (top - 4) & 0xFF; \
+        top = static_cast<uint8_t>(top - 4); \
         a1 = (v);               \
         result = a1;            \
     } while (0)
 #define B_LET_KNOWN(r, v)       \
     do {                        \
-        top = (top - 8) & 0xFF; \
+        top = static_cast<uint8_t>(top - 8); \
         a3 = (v);               \
         a1 = (r);               \
         B_STORE_REF();          \
     } while (0)
 #define B_LET_VALUE(v)          \
     do {                        \
-        top = (top - 4) & 0xFF; \
+        top = static_cast<uint8_t>(top - 4); \
         a3 = (v);               \
         a1 = POP();             \
         B_STORE_REF();          \
@@ -517,13 +528,13 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
         sp = bp + (size);                                                                           \
         const uint32_t k_ = (bytes);                                                                \
         if (k_ != 0) {                                                                              \
-            top = (top - k_) & 0xFF;                                                                \
+            top = static_cast<uint8_t>(top - k_);                                                   \
             const uint32_t dst_ = bp + args_at, from_ = (es + top) & kRamMask, to_ = (base + dst_) & kRamMask; \
             if (top + k_ <= 256 && from_ + k_ <= kRamSize && to_ + k_ <= kRamSize &&                \
                 (to_ + k_ <= from_ || from_ + k_ <= to_)) {                                         \
                 std::memcpy(ram + to_, ram + from_, k_);                                            \
             } else {                                                                                \
-                uint8_t src_ = static_cast<uint8_t>(top);                                           \
+                uint8_t src_ = top;                                                                 \
                 for (uint32_t i_ = 0; i_ < k_; ++i_)                                                \
                     ram_write1(ram, base + dst_ + i_, ram_read1(ram, es + src_++));                 \
             }                                                                                       \
@@ -661,14 +672,22 @@ dispatch:
     }
     HANDLER(ConstARef) {
         PUSH(e->a);
-        top = (top - 4) & 0xFF;
+        top = static_cast<uint8_t>(top - 4);
         const uint32_t g = e->b + (e->a & amask);
         PUSH(REF(g, e->c));
         NEXT_FIXED(k_ConstARef);
     }
+    HANDLER(ConstARefV) {
+        PUSH(e->a);
+        top = static_cast<uint8_t>(top - 4);
+        const uint32_t g = e->b + (e->a & amask);
+        PUSH(REF(g, e->c));
+        PUSH(ram_read4(ram, base + e->d));
+        NEXT_FIXED(k_ConstARefV);
+    }
     HANDLER(ConstLARef) {
         PUSH(e->a);
-        top = (top - 4) & 0xFF;
+        top = static_cast<uint8_t>(top - 4);
         const uint32_t g = e->b + (e->a & amask) + bp;
         PUSH(REF(g, e->c));
         NEXT_FIXED(k_ConstLARef);
@@ -756,6 +775,11 @@ dispatch:
     HANDLER(AddBp) {
         B_ENTER(e->a, e->b);
         NEXT_FIXED(k_AddBp);
+    }
+    HANDLER(LVSubBp) {
+        B_LV(e->a);
+        e += kind_len(k_LVLong, wide);  // at the sub_bp, which goes on as alone
+        goto L_SubBp;
     }
     HANDLER(SubBp) {
         sp = bp;
