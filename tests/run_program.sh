@@ -21,7 +21,7 @@
 # A file NAME.out next to the source holds the expected standard output.
 # Then the run is repeated on the virtual clock, whole (with each engine) and
 # cut in two with --state-out and --state-in: after every instruction when it
-# runs at most 64 (3,000 with SPLIT_ALL=1 in the environment), else after 1,
+# runs at most 40 (3,000 with SPLIT_ALL=1 in the environment), else after 1,
 # each tenth and all but one of them. Standard output, exit
 # status, screen and the files in the root must be those of the whole run.
 # Programs that run more than a million instructions are not cut.
@@ -127,7 +127,7 @@ if [ "$ref_status" != "$whole_status" ] || ! cmp -s "$work/$name.ref.stdout" "$w
   echo "FAIL $name: the reference engine's run differs (exit $ref_status, fast: $whole_status)"
   diff <(log_of "$work/$name.whole.stderr") <(log_of "$work/$name.ref.stderr") | head; fail=1
 fi
-every=64; [ "${SPLIT_ALL:-}" = 1 ] && every=3000
+every=40; [ "${SPLIT_ALL:-}" = 1 ] && every=3000
 if [ "$steps" -le "$every" ]; then cuts=$(seq 1 $((steps - 1)))
 elif [ "$steps" -le 1000000 ]; then cuts="1 $(for k in $(seq 9); do echo $((steps * k / 10)); done) $((steps - 1))"
 else cuts=; fi
