@@ -22,8 +22,10 @@
 # Then the run is repeated on the virtual clock, whole (with each engine) and
 # cut in two with --state-out and --state-in: after every instruction when it
 # runs at most 40 (3,000 with SPLIT_ALL=1 in the environment), else after 1,
-# each tenth and all but one of them. Standard output, exit
-# status, screen and the files in the root must be those of the whole run.
+# each tenth and all but one of them (SPLIT_FEW=1, as the sanitizer build
+# sets it: every instruction up to 8, else after 1, half and all but one).
+# Standard output, exit status, screen and the files in the root must be
+# those of the whole run.
 # Programs that run more than a million instructions are not cut.
 # Last the program is listed with tvxdis and assembled again: the bytes
 # must be the same.
@@ -127,10 +129,11 @@ if [ "$ref_status" != "$whole_status" ] || ! cmp -s "$work/$name.ref.stdout" "$w
   echo "FAIL $name: the reference engine's run differs (exit $ref_status, fast: $whole_status)"
   diff <(log_of "$work/$name.whole.stderr") <(log_of "$work/$name.ref.stderr") | head; fail=1
 fi
-every=40; [ "${SPLIT_ALL:-}" = 1 ] && every=3000
+every=40; [ "${SPLIT_ALL:-}" = 1 ] && every=3000; [ "${SPLIT_FEW:-}" = 1 ] && every=8
 if [ "$steps" -le "$every" ]; then cuts=$(seq 1 $((steps - 1)))
-elif [ "$steps" -le 1000000 ]; then cuts="1 $(for k in $(seq 9); do echo $((steps * k / 10)); done) $((steps - 1))"
-else cuts=; fi
+elif [ "$steps" -gt 1000000 ]; then cuts=
+elif [ "${SPLIT_FEW:-}" = 1 ]; then cuts="1 $((steps / 2)) $((steps - 1))"
+else cuts="1 $(for k in $(seq 9); do echo $((steps * k / 10)); done) $((steps - 1))"; fi
 state="$work/$name.state" part="$work/$name.part"
 for cut in $cuts; do
   new_root
