@@ -27,11 +27,11 @@ namespace {
 // constants; ConstARef a push_char index and an address reference,
 // ConstARefV the same and a global load (the start of `g = g op ...`);
 // CallEnter c_call into an add_bp; LVSubBp `return local`.
-#define TVM_FAST_KINDS(X)                                                                                       \
-    X(Decode) X(Fallback) X(Nop) X(Const) X(Const1) X(VChar) X(VInt) X(VLong) X(LVChar) X(LVInt) X(LVLong) X(GChar) X(GInt) \
-    X(GLong) X(LGChar) X(LGInt) X(LGLong) X(ARef) X(LARef) X(LLong) X(Ax) X(Let) X(Letx) X(PopVal) X(Jmp) X(Jmpe)  \
-    X(Jmpn) X(Call) X(AddBp) X(SubBp) X(SetSp) X(Debug) X(Funcid) X(Secret) X(LetPop) X(PopJmpe) X(PopJmpn)    \
-    X(ConstARef) X(ConstLARef) X(ConstARefV) X(CallEnter) X(LVSubBp)
+#define TVM_FAST_KINDS(X)                                                                                      \
+    X(Decode) X(Fallback) X(Nop) X(Const) X(Const1) X(VChar) X(VInt) X(VLong) X(LVChar) X(LVInt) X(LVLong)     \
+    X(GChar) X(GInt) X(GLong) X(LGChar) X(LGInt) X(LGLong) X(ARef) X(LARef) X(LLong) X(Ax) X(Let) X(Letx)      \
+    X(PopVal) X(Jmp) X(Jmpe) X(Jmpn) X(Call) X(AddBp) X(SubBp) X(SetSp) X(Debug) X(Funcid) X(Secret) X(LetPop) \
+    X(PopJmpe) X(PopJmpn) X(ConstARef) X(ConstLARef) X(ConstARefV) X(CallEnter) X(LVSubBp)
 // The kinds made for each operator, by a macro named P_IMM / P_BIN.
 #define TVM_FAST_OPERATOR_KINDS(P) TVM_IMMEDIATE_OPS(P##_IMM) TVM_BINARY_OPS(P##_BIN)
 
@@ -477,46 +477,46 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     // from there instead of reading them back (the cells are written all
     // the same).
 #define LOAD_LV(x) ram_read4(ram, base + (x) + bp)
-#define B_IMM_KNOWN(v, k, expr)        \
-    do {                               \
-        top = static_cast<uint8_t>(top - 4);        \
-        a1 = (v);                      \
-        a3 = (k);                      \
-        B_APPLY(expr);                 \
-    } while (0)
-#define B_BIN_KNOWN(x, y, expr)        \
-    do {                               \
-        top = static_cast<uint8_t>(top - 8);        \
-        a3 = (y);                      \
-        a1 = (x);                      \
-        B_APPLY(expr);                 \
-    } while (0)
-#define B_BIN_TOP(y, expr)             \
-    do {                               \
-        top = static_cast<uint8_t>(top - 4);        \
-        a3 = (y);                      \
-        a1 = POP();                    \
-        B_APPLY(expr);                 \
-    } while (0)
-#define B_POPVAL_KNOWN(v)       \
-    do {                        \
+#define B_IMM_KNOWN(v, k, expr)              \
+    do {                                     \
         top = static_cast<uint8_t>(top - 4); \
-        a1 = (v);               \
-        result = a1;            \
+        a1 = (v);                            \
+        a3 = (k);                            \
+        B_APPLY(expr);                       \
     } while (0)
-#define B_LET_KNOWN(r, v)       \
-    do {                        \
+#define B_BIN_KNOWN(x, y, expr)              \
+    do {                                     \
         top = static_cast<uint8_t>(top - 8); \
-        a3 = (v);               \
-        a1 = (r);               \
-        B_STORE_REF();          \
+        a3 = (y);                            \
+        a1 = (x);                            \
+        B_APPLY(expr);                       \
     } while (0)
-#define B_LET_VALUE(v)          \
-    do {                        \
+#define B_BIN_TOP(y, expr)                   \
+    do {                                     \
         top = static_cast<uint8_t>(top - 4); \
-        a3 = (v);               \
-        a1 = POP();             \
-        B_STORE_REF();          \
+        a3 = (y);                            \
+        a1 = POP();                          \
+        B_APPLY(expr);                       \
+    } while (0)
+#define B_POPVAL_KNOWN(v)                    \
+    do {                                     \
+        top = static_cast<uint8_t>(top - 4); \
+        a1 = (v);                            \
+        result = a1;                         \
+    } while (0)
+#define B_LET_KNOWN(r, v)                    \
+    do {                                     \
+        top = static_cast<uint8_t>(top - 8); \
+        a3 = (v);                            \
+        a1 = (r);                            \
+        B_STORE_REF();                       \
+    } while (0)
+#define B_LET_VALUE(v)                       \
+    do {                                     \
+        top = static_cast<uint8_t>(top - 4); \
+        a3 = (v);                            \
+        a1 = POP();                          \
+        B_STORE_REF();                       \
     } while (0)
     // A new frame at the call stack pointer, as add_bp makes it.
 #define B_ENTER(size, bytes)                                                                        \
