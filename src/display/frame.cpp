@@ -117,6 +117,13 @@ void snapshot_frame(const Screen& s, Frame* f) {
     }
 }
 
+void rgb565_to_xrgb8888(const uint16_t* in, size_t n, uint32_t* out) {
+    for (size_t i = 0; i < n; ++i) {
+        const uint32_t p = in[i], r = p >> 11, g = (p >> 5) & 63, b = p & 31;
+        out[i] = (r << 3 | r >> 2) << 16 | (g << 2 | g >> 4) << 8 | (b << 3 | b >> 2);
+    }
+}
+
 void frame_to_xrgb8888(const Frame& f, uint32_t* out) {
     const int w = guest_w(f), h = guest_h(f);
     for (int y = 0; y < h; ++y)

@@ -5,6 +5,7 @@
 // may keep it while the machine goes on drawing.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -33,6 +34,8 @@ void snapshot_frame(const Screen& s, Frame* f);
 
 // 0x00RRGGBB per pixel, width x height, rows top to bottom.
 void frame_to_xrgb8888(const Frame& f, uint32_t* out);
+// n RGB565 pixels as 0x00RRGGBB, each field widened by repeating its top bits.
+void rgb565_to_xrgb8888(const uint16_t* in, size_t n, uint32_t* out);
 
 // Converts the frame into the surface. A 320x240 surface gets the picture
 // 1:1, centred; any other size gets it enlarged by the largest whole factor

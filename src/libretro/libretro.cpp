@@ -144,13 +144,8 @@ void convert(const Frame& f, unsigned w, unsigned h) {
                     static_cast<int>(w * 2)};
         ScaleX_grid(f, s, kGridFactor);
         if (g.xrgb) {
-            // Each 5- or 6-bit field widened by repeating its top bits.
             g.xrgb_pixels.resize(n);
-            for (size_t i = 0; i < n; ++i) {
-                const uint32_t p = g.rgb565_pixels[i];
-                const uint32_t r = p >> 11, gr = (p >> 5) & 63, b = p & 31;
-                g.xrgb_pixels[i] = (r << 3 | r >> 2) << 16 | (gr << 2 | gr >> 4) << 8 | (b << 3 | b >> 2);
-            }
+            rgb565_to_xrgb8888(g.rgb565_pixels.data(), n, g.xrgb_pixels.data());
         }
         return;
     }

@@ -49,11 +49,7 @@ void take_frame(Page& p) {
         std::vector<uint16_t> px(p.xrgb.size());
         Surface16 s{reinterpret_cast<uint8_t*>(px.data()), p.width, p.height, p.width * 2};
         ScaleX_grid(*f, s, k);
-        // Each 5- or 6-bit field widened by repeating its top bits.
-        for (size_t i = 0; i < px.size(); ++i) {
-            const uint32_t c = px[i], r = c >> 11, g = (c >> 5) & 63, b = c & 31;
-            p.xrgb[i] = (r << 3 | r >> 2) << 16 | (g << 2 | g >> 4) << 8 | (b << 3 | b >> 2);
-        }
+        rgb565_to_xrgb8888(px.data(), px.size(), p.xrgb.data());
     }
     p.rgba.resize(p.xrgb.size() * 4);
     for (size_t i = 0; i < p.xrgb.size(); ++i) {
@@ -63,6 +59,14 @@ void take_frame(Page& p) {
         p.rgba[4 * i + 2] = static_cast<uint8_t>(c);
         p.rgba[4 * i + 3] = 255;
     }
+}
+
+// The text gathered in `from` since the last call, kept in `out` for the
+// page to read; `from` starts empty again.
+const char* taken(std::string& from, std::string& out) {
+    out.swap(from);
+    from.clear();
+    return out.c_str();
 }
 
 // A new page machine, its log and console text gathered for tvm_log and
@@ -165,17 +169,7 @@ EMSCRIPTEN_KEEPALIVE const char* tvm_load_state(const uint8_t* data, int size) {
 }
 
 // The console text, and the machine log, since the last call (UTF-8).
-EMSCRIPTEN_KEEPALIVE const char* tvm_console() {
-    if (!page) return "";
-    page->console_out.swap(page->console);
-    page->console.clear();
-    return page->console_out.c_str();
-}
-EMSCRIPTEN_KEEPALIVE const char* tvm_log() {
-    if (!page) return "";
-    page->log_out.swap(page->log);
-    page->log.clear();
-    return page->log_out.c_str();
-}
+EMSCRIPTEN_KEEPALIVE const char* tvm_console() { return page ? taken(page->console, page->console_out) : ""; }
+EMSCRIPTEN_KEEPALIVE const char* tvm_log() { return page ? taken(page->log, page->log_out) : ""; }
 
 }  // extern "C"
