@@ -670,26 +670,25 @@ dispatch:
         B_LAREF(e->a, e->b);
         NEXT_FIXED(k_LARef);
     }
+    // push_char index, then the reference that pops it (plus bp for a
+    // frame array): the index cell is written and replaced by the reference.
+#define B_CONST_REF(frame)                                \
+    do {                                                  \
+        PUSH(e->a);                                       \
+        top = static_cast<uint8_t>(top - 4);              \
+        PUSH(REF(e->b + (e->a & amask) + (frame), e->c)); \
+    } while (0)
     HANDLER(ConstARef) {
-        PUSH(e->a);
-        top = static_cast<uint8_t>(top - 4);
-        const uint32_t g = e->b + (e->a & amask);
-        PUSH(REF(g, e->c));
+        B_CONST_REF(0);
         NEXT_FIXED(k_ConstARef);
     }
     HANDLER(ConstARefV) {
-        PUSH(e->a);
-        top = static_cast<uint8_t>(top - 4);
-        const uint32_t g = e->b + (e->a & amask);
-        PUSH(REF(g, e->c));
+        B_CONST_REF(0);
         PUSH(ram_read4(ram, base + e->d));
         NEXT_FIXED(k_ConstARefV);
     }
     HANDLER(ConstLARef) {
-        PUSH(e->a);
-        top = static_cast<uint8_t>(top - 4);
-        const uint32_t g = e->b + (e->a & amask) + bp;
-        PUSH(REF(g, e->c));
+        B_CONST_REF(bp);
         NEXT_FIXED(k_ConstLARef);
     }
     HANDLER(LLong) {
