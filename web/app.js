@@ -258,13 +258,17 @@ async function readZip(bytes) {
   return out;
 }
 
-async function downloadFiles() {
-  await keep();
+// Offers the blob to the user as a file called name.
+function saveAs(blob, name) {
   const a = document.createElement('a');
-  a.href = URL.createObjectURL(await makeZip(rootFiles()));
-  a.download = 'tvm2-files.zip';
+  a.href = URL.createObjectURL(blob);
+  a.download = name;
   a.click();
   URL.revokeObjectURL(a.href);
+}
+async function downloadFiles() {
+  await keep();
+  saveAs(await makeZip(rootFiles()), 'tvm2-files.zip');
 }
 // Files into the guest's root: a zip archive unpacked with its folders, any
 // other file at the top (where a program's relative names start).
@@ -430,12 +434,7 @@ function wire() {
   });
   $('download').addEventListener('click', () => {
     const state = saveState();
-    if (!state) return;
-    const a = document.createElement('a');
-    a.href = URL.createObjectURL(new Blob([state]));
-    a.download = 'tvm2.state';
-    a.click();
-    URL.revokeObjectURL(a.href);
+    if (state) saveAs(new Blob([state]), 'tvm2.state');
   });
   $('grid').checked = localStorage.getItem('tvm2-grid') === '1';
   $('grid').addEventListener('change', () => {
