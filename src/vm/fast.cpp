@@ -1,5 +1,6 @@
 #include "vm/fast.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cstdlib>
 #include <cstring>
@@ -96,6 +97,31 @@ constexpr uint32_t kind_len(uint16_t k, bool wide) {
         if (k == o.letpop) return 3;
     }
     return 0;
+}
+
+// The original instructions an entry of kind k stands for, which the kind
+// fixes: a handler counts them against the budget by a constant.
+constexpr int64_t kind_parts(uint16_t k) {
+    switch (k) {
+        case k_Decode: return 0;
+        case k_LetPop: case k_PopJmpe: case k_PopJmpn: case k_ConstARef: case k_ConstLARef: case k_CallEnter:
+        case k_LVSubBp:
+            return 2;
+        case k_ConstARefV: return 3;
+        default: break;
+    }
+    for (const ImmKinds& q : kImmKinds) {
+        if (k == q.lv) return 2;
+        if (k == q.pbe || k == q.pbn) return 3;
+        if (k == q.lv_pbe || k == q.lv_pbn) return 4;
+        if (k == q.loc) return 5;
+    }
+    for (const BinKinds& o : kBinKinds) {
+        if (k == o.lv) return 2;
+        if (k == o.lvlv || k == o.pbe || k == o.pbn || k == o.letpop) return 3;
+        if (k == o.lvlv_pbe || k == o.lvlv_pbn) return 5;
+    }
+    return 1;
 }
 
 }  // namespace
@@ -300,14 +326,15 @@ FastOp decode_parts(const uint8_t* code, uint32_t code_end, uint32_t at, bool wi
     return f;
 }
 
-// The entry at `at`. One whose length its handler would step over wrongly
-// would be a decoder fault: debug builds (the sanitizer suite) stop on it,
-// others run it through the reference handler.
+// The entry at `at`. One whose length or count its handler would take
+// wrongly would be a decoder fault: debug builds (the sanitizer suite) stop
+// on it, others run it through the reference handler.
 FastOp decode(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
     const FastOp op = decode_parts(code, code_end, at, wide);
     const uint32_t fixed = kind_len(op.kind, wide);
-    assert(fixed == 0 || fixed == op.len);
-    if (fixed != 0 && fixed != op.len) return FastOp{k_Fallback, 1, 1, code[at], 0, 0, 0};
+    const bool as_promised = (fixed == 0 || fixed == op.len) && op.parts == kind_parts(op.kind);
+    assert(as_promised);
+    if (!as_promised) return FastOp{k_Fallback, 1, 1, code[at], 0, 0, 0};
     return op;
 }
 
@@ -328,7 +355,8 @@ bool flat_stack(const Machine& m) { return ((m.lRam + m.eval_stack) & kRamMask) 
 // registers the simple instructions use live in locals meanwhile and go
 // back into the machine whenever a reference handler runs and on the way out.
 template <bool wide>
-uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
+uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t max_steps) {
+    const uint64_t budget = std::min<uint64_t>(max_steps, uint64_t{1} << 62);  // counted in a signed value
     FastOp* const ops = fc.ops;
     const TvxImage* const image = m.pTOVI.get();
     const uint8_t* const code = m.code;
@@ -342,10 +370,15 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     // instead of a chain of masked updates.
     uint8_t top = m.eval_top;
     uint32_t bp = m.local_bp, sp = m.local_sp, a1 = m.a1, a3 = m.a3, result = m.result;
+    uint32_t fb = base + bp;  // the frame, base added: what frame loads start from
     // Where add_bp puts the arguments in a new frame.
     const uint32_t args_at = m.RamBits == 32 ? 8u : m.RamBits == 16 ? 5u : 6u;
     FastOp* e = ops + m.lPC;
-    uint64_t left = budget;
+    // The budget left less kMaxParts: every handler counts its parts off and
+    // goes on only while this stays non-negative, so an entry never starts
+    // with fewer steps left than it stands for.
+    int64_t spare = static_cast<int64_t>(budget - kMaxParts);
+#define DONE() (budget - static_cast<uint64_t>(spare + static_cast<int64_t>(kMaxParts)))
 
     uint8_t* const stack = ram + (es & kRamMask);
 #define PUSH(v)                                      \
@@ -365,10 +398,18 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
         m.result = result;                      \
         m.lPC = (pc);                           \
     } while (0)
-#define NEXT()        \
-    do {              \
-        e += e->len;  \
-        DISPATCH();   \
+    // The parts of an entry of kind k counted; then on to entry e.
+#define COUNT(k) (spare -= kind_parts(k))
+#define CONTINUE()              \
+    do {                        \
+        if (spare < 0) goto out; \
+        DISPATCH();             \
+    } while (0)
+#define NEXT(k)         \
+    do {                \
+        e += e->len;    \
+        COUNT(k);       \
+        CONTINUE();     \
     } while (0)
     // The same for an entry of a kind of fixed length.
 #define NEXT_FIXED(k)                                   \
@@ -376,7 +417,8 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
         constexpr uint32_t fixed_ = kind_len(k, wide);  \
         static_assert(fixed_ != 0);                     \
         e += fixed_;                                    \
-        DISPATCH();                                     \
+        COUNT(k);                                       \
+        CONTINUE();                                     \
     } while (0)
 #if defined(__GNUC__)
 #define X(k) &&L_##k,
@@ -385,19 +427,9 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     &&L_##n, &&L_LV_##n, &&L_LVLV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LVLV_##n##_PBe, &&L_LVLV_##n##_PBn, &&L_##n##_LetPop,
     static const void* const labels[kKinds] = {TVM_FAST_KINDS(X) TVM_FAST_OPERATOR_KINDS(LABEL)};
 #undef X
-#define DISPATCH()                      \
-    do {                                \
-        if (left < kMaxParts) goto out; \
-        left -= e->parts;               \
-        goto* labels[e->kind];          \
-    } while (0)
+#define DISPATCH() goto* labels[e->kind]
 #else
-#define DISPATCH()                      \
-    do {                                \
-        if (left < kMaxParts) goto out; \
-        left -= e->parts;               \
-        goto dispatch;                  \
-    } while (0)
+#define DISPATCH() goto dispatch
 #endif
 #define HANDLER(k) L_##k:
     // A global address: the operand plus the index popped from the stack.
@@ -406,7 +438,7 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
 
     // One instruction's effect on the locals, for single and fused entries
     // alike: a fused entry runs the bodies of its parts in order.
-#define B_LV(x) PUSH(ram_read4(ram, base + (x) + bp))
+#define B_LV(x) PUSH(ram_read4(ram, fb + (x)))
 #define B_LLONG(x) PUSH(REF((x) + bp, 0u))
 #define B_AREF(x, type)              \
     do {                             \
@@ -476,7 +508,7 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     // part pushed, whose values are still at hand: these forms take them
     // from there instead of reading them back (the cells are written all
     // the same).
-#define LOAD_LV(x) ram_read4(ram, base + (x) + bp)
+#define LOAD_LV(x) ram_read4(ram, fb + (x))
 #define B_IMM_KNOWN(v, k, expr)              \
     do {                                     \
         top = static_cast<uint8_t>(top - 4); \
@@ -523,8 +555,9 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
     do {                                                                                            \
         const uint32_t caller_ = bp;                                                                \
         bp = sp;                                                                                    \
-        ram_write2(ram, base + bp + 3, caller_);                                                    \
-        if (wide) ram_write1(ram, base + bp + 5, caller_ >> 16);                                    \
+        fb = base + bp;                                                                             \
+        ram_write2(ram, fb + 3, caller_);                                                           \
+        if (wide) ram_write1(ram, fb + 5, caller_ >> 16);                                           \
         sp = bp + (size);                                                                           \
         const uint32_t k_ = (bytes);                                                                \
         if (k_ != 0) {                                                                              \
@@ -547,10 +580,12 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t budget) {
         if (!(taken)) NEXT_FIXED(k);     \
         if (m.force_exit_tvx) {          \
             e += e->len - 4;             \
+            spare -= kind_parts(k) - 1;  \
             goto L_Fallback;             \
         }                                \
+        COUNT(k);                        \
         e = ops + e->d;                  \
-        DISPATCH();                      \
+        CONTINUE();                      \
     } while (0)
 
     DISPATCH();
@@ -585,7 +620,6 @@ dispatch:
 
     HANDLER(Decode) {
         *e = decode(code, code_end, static_cast<uint32_t>(e - ops), wide);
-        left -= e->parts;
 #if defined(__GNUC__)
         goto* labels[e->kind];
 #else
@@ -597,18 +631,20 @@ dispatch:
         const uint32_t at = static_cast<uint32_t>(e - ops);
         const uint8_t b = code[at];
         SYNC_OUT(at + 1);
+        COUNT(k_Fallback);
         (b < 0x80 ? codes[b] : codes2[b & 0x7F])(m);
         if (m.stop != Stop::None || m.pTOVI.get() != image || m.lRam != base || m.eval_stack != eval_stack ||
             m.lPC >= fc.size)
-            return budget - left;
+            return DONE();
         top = m.eval_top, bp = m.local_bp, sp = m.local_sp, a1 = m.a1, a3 = m.a3, result = m.result;
+        fb = base + bp;
         e = ops + m.lPC;
-        DISPATCH();
+        CONTINUE();
     }
-    HANDLER(Nop) NEXT();
+    HANDLER(Nop) NEXT(k_Nop);
     HANDLER(Const) {
         PUSH(e->a);
-        NEXT();
+        NEXT(k_Const);
     }
     HANDLER(Const1) {
         PUSH(e->a);
@@ -627,11 +663,11 @@ dispatch:
         NEXT_FIXED(k_VLong);
     }
     HANDLER(LVChar) {
-        PUSH(ram_read1(ram, base + e->a + bp));
+        PUSH(ram_read1(ram, fb + e->a));
         NEXT_FIXED(k_LVChar);
     }
     HANDLER(LVInt) {
-        PUSH(static_cast<uint32_t>(ram_read2(ram, base + e->a + bp)));
+        PUSH(static_cast<uint32_t>(ram_read2(ram, fb + e->a)));
         NEXT_FIXED(k_LVInt);
     }
     HANDLER(LVLong) {
@@ -651,15 +687,15 @@ dispatch:
         NEXT_FIXED(k_GLong);
     }
     HANDLER(LGChar) {
-        PUSH(ram_read1(ram, base + GLOBAL(e->a) + bp));
+        PUSH(ram_read1(ram, fb + GLOBAL(e->a)));
         NEXT_FIXED(k_LGChar);
     }
     HANDLER(LGInt) {
-        PUSH(static_cast<uint32_t>(ram_read2(ram, base + GLOBAL(e->a) + bp)));
+        PUSH(static_cast<uint32_t>(ram_read2(ram, fb + GLOBAL(e->a))));
         NEXT_FIXED(k_LGInt);
     }
     HANDLER(LGLong) {
-        PUSH(ram_read4(ram, base + GLOBAL(e->a) + bp));
+        PUSH(ram_read4(ram, fb + GLOBAL(e->a)));
         NEXT_FIXED(k_LGLong);
     }
     HANDLER(ARef) {
@@ -745,8 +781,9 @@ dispatch:
     }
     HANDLER(Jmp) {
         if (e->d >= code_end || m.force_exit_tvx) goto L_Fallback;
+        COUNT(k_Jmp);
         e = ops + e->d;
-        DISPATCH();
+        CONTINUE();
     }
 #define B_CALL()                                                  \
     do {                                                          \
@@ -758,18 +795,17 @@ dispatch:
     HANDLER(Call) {
         if (e->d >= code_end || m.force_exit_tvx) goto L_Fallback;
         B_CALL();
+        COUNT(k_Call);
         e = ops + e->d;
-        DISPATCH();
+        CONTINUE();
     }
     HANDLER(CallEnter) {
-        if (m.force_exit_tvx) {
-            ++left;  // only the call runs, in the reference handler
-            goto L_Fallback;
-        }
+        if (m.force_exit_tvx) goto L_Fallback;  // only the call runs, in the reference handler
         B_CALL();
         B_ENTER(e->a, e->b);
+        COUNT(k_CallEnter);
         e = ops + e->c;
-        DISPATCH();
+        CONTINUE();
     }
     HANDLER(AddBp) {
         B_ENTER(e->a, e->b);
@@ -778,26 +814,28 @@ dispatch:
     HANDLER(LVSubBp) {
         B_LV(e->a);
         e += kind_len(k_LVLong, wide);  // at the sub_bp, which goes on as alone
+        COUNT(k_LVLong);
         goto L_SubBp;
     }
     HANDLER(SubBp) {
         sp = bp;
-        const uint32_t ret = ram_read1(ram, base + bp) | ram_read1(ram, base + bp + 1) << 8 |
-                             ram_read1(ram, base + bp + 2) << 16;
-        uint32_t caller = static_cast<uint16_t>(ram_read2(ram, base + bp + 3));
-        if (wide) caller |= ram_read1(ram, base + bp + 5) << 16;
+        const uint32_t ret = ram_read1(ram, fb) | ram_read1(ram, fb + 1) << 8 | ram_read1(ram, fb + 2) << 16;
+        uint32_t caller = static_cast<uint16_t>(ram_read2(ram, fb + 3));
+        if (wide) caller |= ram_read1(ram, fb + 5) << 16;
         bp = caller;
+        fb = base + bp;
         if (m.func_top != 0) {
             --m.func_top;
             if (m.func_top < kFuncStack) m.cur_funcid = m.func_stack[m.func_top];
         }
+        COUNT(k_SubBp);
         if (ret >= code_end) [[unlikely]] {
             SYNC_OUT(static_cast<uint32_t>(e - ops) + 1);
             off_image(m, ret);
-            return budget - left;
+            return DONE();
         }
         e = ops + ret;
-        DISPATCH();
+        CONTINUE();
     }
     HANDLER(SetSp) {
         sp = e->a;
@@ -886,7 +924,7 @@ dispatch:
 
 out:
     SYNC_OUT(static_cast<uint32_t>(e - ops));
-    return budget - left;
+    return DONE();
 }
 
 }  // namespace
