@@ -372,6 +372,7 @@ void put_ram(Writer& w, const Machine& m) {
 void get_ram(Reader& in, Machine& m) {
     Reader r = in.section("RAM ");
     r.block(m.tovix_ram, kRamSize, "guest RAM");
+    m.ram_pristine = false;  // a nested program started later must clear its data
     r.finish("RAM");
 }
 

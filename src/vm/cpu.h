@@ -3,8 +3,10 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "vm/wait.h"
@@ -38,6 +40,15 @@ struct TvxImage {
     uint32_t end() const { return file_size + 1; }  // first offset outside the image
     std::unique_ptr<FastCode, FastCodeFree> fast;
 };
+
+struct GuestRamFree {
+    void operator()(uint8_t* p) const { std::free(p); }
+};
+inline uint8_t* new_guest_ram() {
+    auto* p = static_cast<uint8_t*>(std::calloc(kRamSize, 1));
+    if (!p) throw std::bad_alloc();
+    return p;
+}
 
 // The registers of the running program that a program keeps while it runs
 // another: saved and restored as a whole.
@@ -82,10 +93,12 @@ struct Cpu : TaskRegisters {
     WaitState wait;
     bool wait_retry = false;  // the next instruction is a key call running again
 
-    alignas(64) uint8_t tovix_ram[kRamSize] = {};
+    // Guest memory, allocated zeroed on its own: pages a program never uses
+    // are never touched, and a new machine costs no 1 MiB clearing.
+    std::unique_ptr<uint8_t, GuestRamFree> ram_block{new_guest_ram()};
+    uint8_t* tovix_ram = ram_block.get();
+    bool ram_pristine = true;  // still all zero: the first program load need not clear it
     uint8_t negative_tbl[256] = {};
-
-    uint8_t* VRam() { return tovix_ram; }
 };
 
 // Bulk work that ends a run early: a call over a large block costs as much as

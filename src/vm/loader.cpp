@@ -193,7 +193,8 @@ void tvxReset(Machine& m) {
     // the block otherwise. Lower addresses (command line, stacks) survive.
     const uint64_t start = static_cast<uint64_t>(m.lRam) + kProgramData;
     const uint64_t end = std::min<uint64_t>(m.RamBits == 16 ? start + 0xE000 : kRamSize, kRamSize);
-    if (start < end) std::memset(m.tovix_ram + start, 0, static_cast<size_t>(end - start));
+    if (start < end && !m.ram_pristine) std::memset(m.tovix_ram + start, 0, static_cast<size_t>(end - start));
+    m.ram_pristine = false;
 
     set_sys_ram(m);
     m.string_ptr = m.string_stack;
