@@ -169,15 +169,27 @@ struct IdiomProgram {
     }
     void piece() {
         switch (rng.below(12)) {
-            case 0:  // i = i + k;
+            case 0: {  // i = i + k; and often a loop's test: while (i < n)
+                const uint32_t i = local();
                 ins("push_llong");
-                addr(local());
+                addr(i);
                 ins("push_lvlong");
-                addr(local());
+                addr(rng.one_in(4) ? local() : i);
                 immediate();
                 ins("c_let");
                 ins("pop_val");
+                if (rng.one_in(3)) break;
+                ins("push_lvlong");
+                addr(i);
+                ins("push_lvlong");
+                addr(local());
+                static constexpr std::string_view tests[] = {"cal_less", "cal_great", "cal_equ",
+                                                             "cal_neq", "cal_le", "cal_ge"};
+                ins(tests[rng.below(6)]);
+                ins("pop_val");
+                jump(rng.one_in(2) ? "c_jmpn" : "c_jmpe");
                 break;
+            }
             case 1:  // if (x < k) / while (a < b)
                 operand();
                 rng.one_in(2) ? (operand(), binary()) : immediate();

@@ -27,7 +27,9 @@ namespace {
 // c_jmpn), LetPop c_let and pop_val. Const1 is push_char, Const the wider
 // constants; ConstARef a push_char index and an address reference,
 // ConstARefV the same and a global load (the start of `g = g op ...`);
-// CallEnter c_call into an add_bp; LVSubBp `return local`.
+// CallEnter c_call into an add_bp; LVSubBp `return local`. Loc_op_TestE/N
+// is the tail of a counted loop: `local = local op k` and a comparison of two
+// frame cells deciding a c_jmpe/c_jmpn.
 #define TVM_FAST_KINDS(X)                                                                                      \
     X(Decode) X(Fallback) X(Nop) X(Const) X(Const1) X(VChar) X(VInt) X(VLong) X(LVChar) X(LVInt) X(LVLong)     \
     X(GChar) X(GInt) X(GLong) X(LGChar) X(LGInt) X(LGLong) X(ARef) X(LARef) X(LLong) X(Ax) X(Let) X(Letx)      \
@@ -38,7 +40,8 @@ namespace {
 
 enum Kind : uint16_t {
 #define X(k) k_##k,
-#define ENUM_IMM(n, expr) k_##n, k_LV_##n, k_##n##_PBe, k_##n##_PBn, k_LV_##n##_PBe, k_LV_##n##_PBn, k_Loc_##n,
+#define ENUM_IMM(n, expr) \
+    k_##n, k_LV_##n, k_##n##_PBe, k_##n##_PBn, k_LV_##n##_PBe, k_LV_##n##_PBn, k_Loc_##n, k_Loc_##n##_TestE, k_Loc_##n##_TestN,
 #define ENUM_BIN(n, expr) k_##n, k_LV_##n, k_LVLV_##n, k_##n##_PBe, k_##n##_PBn, k_LVLV_##n##_PBe, k_LVLV_##n##_PBn, k_##n##_LetPop,
     TVM_FAST_KINDS(X) TVM_FAST_OPERATOR_KINDS(ENUM)
 #undef X
@@ -47,7 +50,7 @@ enum Kind : uint16_t {
 
 // The fused kinds of each operator, for the decoder.
 struct ImmKinds {
-    uint16_t single, lv, pbe, pbn, lv_pbe, lv_pbn, loc;
+    uint16_t single, lv, pbe, pbn, lv_pbe, lv_pbn, loc, loc_teste, loc_testn;
 };
 struct BinKinds {
     uint16_t single, lv, lvlv, pbe, pbn, lvlv_pbe, lvlv_pbn, letpop;
@@ -87,6 +90,7 @@ constexpr uint32_t kind_len(uint16_t k, bool wide) {
         if (k == q.pbe || k == q.pbn) return imm + 1 + branch;
         if (k == q.lv_pbe || k == q.lv_pbn) return ad + imm + 1 + branch;
         if (k == q.loc) return 2 * ad + imm + 2;
+        if (k == q.loc_teste || k == q.loc_testn) return (2 * ad + imm + 2) + (2 * ad + 2 + branch);
     }
     for (const BinKinds& o : kBinKinds) {
         if (k == o.single) return 1;
@@ -115,6 +119,7 @@ constexpr int64_t kind_parts(uint16_t k) {
         if (k == q.pbe || k == q.pbn) return 3;
         if (k == q.lv_pbe || k == q.lv_pbn) return 4;
         if (k == q.loc) return 5;
+        if (k == q.loc_teste || k == q.loc_testn) return 10;
     }
     for (const BinKinds& o : kBinKinds) {
         if (k == o.lv) return 2;
@@ -165,7 +170,7 @@ constexpr uint8_t op_code(std::string_view name) {
 // Longest sequence one entry stands for: below this many steps left in the
 // budget the reference loop finishes the run, so a limit never falls inside
 // an entry.
-constexpr uint64_t kMaxParts = 8;
+constexpr uint64_t kMaxParts = 10;
 
 // The decoded form of the running image for the machine's address width,
 // made (or made again) on demand; nullptr if it cannot be allocated.
@@ -252,6 +257,20 @@ FastOp decode_one(const uint8_t* code, uint32_t at, bool wide) {
     return op;
 }
 
+// A comparison as the outcomes it is true for: bit 0 less, bit 1 equal, bit
+// 2 greater (signed); 0 for other kinds.
+constexpr uint32_t compare_mask(uint16_t kind) {
+    switch (kind) {
+        case k_cal_less: return 1;
+        case k_cal_equ: return 2;
+        case k_cal_le: return 3;
+        case k_cal_great: return 4;
+        case k_cal_neq: return 5;
+        case k_cal_ge: return 6;
+        default: return 0;
+    }
+}
+
 const ImmKinds* imm_kinds(uint16_t kind) {
     for (const ImmKinds& k : kImmKinds)
         if (k.single == kind) return &k;
@@ -270,7 +289,7 @@ const BinKinds* bin_kinds(uint16_t kind) {
 // reference handler for that.
 FastOp decode_parts(const uint8_t* code, uint32_t code_end, uint32_t at, bool wide) {
     if (at >= code_end) return FastOp{k_Fallback, 1, 1, code[at], 0, 0, 0};  // the reference handler ends the program
-    constexpr int kLook = 5;
+    constexpr int kLook = 10;
     FastOp s[kLook] = {};
     int n = 0;
     for (uint32_t pos = at; n < kLook && pos < code_end; pos += s[n++].len) {
@@ -289,7 +308,16 @@ FastOp decode_parts(const uint8_t* code, uint32_t code_end, uint32_t at, bool wi
     if (n == 0) return decode_one(code, at, wide);
     const FastOp& f = s[0];
     if (f.kind == k_LLong && is(1, k_LVLong) && n > 4 && is(3, k_Let) && is(4, k_PopVal))
-        if (const ImmKinds* q = imm_kinds(s[2].kind)) return fused(q->loc, 5, f.a, s[1].a, s[2].b);
+        if (const ImmKinds* q = imm_kinds(s[2].kind)) {
+            // The loop's test after it, with the four frame offsets packed
+            // two to a field.
+            const uint32_t mask = n > 7 ? compare_mask(s[7].kind) : 0;
+            if (mask && is(5, k_LVLong) && is(6, k_LVLong) && is(8, k_PopVal) && branch(9) &&
+                (f.a | s[1].a | s[5].a | s[6].a) < 0x10000)
+                return fused(pick(9, q->loc_teste, q->loc_testn), 10, f.a | s[1].a << 16, s[5].a | s[6].a << 16,
+                             (s[2].b & 0xFFFF) | mask << 16, s[9].d);
+            return fused(q->loc, 5, f.a, s[1].a, s[2].b);
+        }
     if (f.kind == k_LVLong && is(1, k_SubBp)) return fused(k_LVSubBp, 2, f.a);
     if (f.kind == k_LVLong) {
         if (is(1, k_LVLong) && n > 2)
@@ -422,7 +450,9 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t max_steps) {
     } while (0)
 #if defined(__GNUC__)
 #define X(k) &&L_##k,
-#define LABEL_IMM(n, expr) &&L_##n, &&L_LV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LV_##n##_PBe, &&L_LV_##n##_PBn, &&L_Loc_##n,
+#define LABEL_IMM(n, expr)                                                                            \
+    &&L_##n, &&L_LV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LV_##n##_PBe, &&L_LV_##n##_PBn, &&L_Loc_##n, \
+        &&L_Loc_##n##_TestE, &&L_Loc_##n##_TestN,
 #define LABEL_BIN(n, expr) \
     &&L_##n, &&L_LV_##n, &&L_LVLV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LVLV_##n##_PBe, &&L_LVLV_##n##_PBn, &&L_##n##_LetPop,
     static const void* const labels[kKinds] = {TVM_FAST_KINDS(X) TVM_FAST_OPERATOR_KINDS(LABEL)};
@@ -601,7 +631,9 @@ dispatch:
     case k_##n##_PBn: goto L_##n##_PBn;           \
     case k_LV_##n##_PBe: goto L_LV_##n##_PBe;     \
     case k_LV_##n##_PBn: goto L_LV_##n##_PBn;     \
-    case k_Loc_##n: goto L_Loc_##n;
+    case k_Loc_##n: goto L_Loc_##n;               \
+    case k_Loc_##n##_TestE: goto L_Loc_##n##_TestE; \
+    case k_Loc_##n##_TestN: goto L_Loc_##n##_TestN;
 #define CASE_BIN(n, expr)                         \
     case k_##n: goto L_##n;                       \
     case k_LV_##n: goto L_LV_##n;                 \
@@ -876,6 +908,27 @@ dispatch:
     PUSH_LV(x);                            \
     const uint32_t y_ = LOAD_LV(y);        \
     PUSH(y_)
+    // local x = local y op k, the operands given.
+#define B_LOC(x, y, k, expr)                                 \
+    do {                                                     \
+        const uint32_t r_ = REF((x) + bp, 0u);               \
+        PUSH(r_);                                            \
+        PUSH_LV(y);                                          \
+        B_IMM_KNOWN(x_, k, expr);                            \
+        B_LET_KNOWN(r_, a1);                                 \
+        B_POPVAL_KNOWN(a3);                                  \
+    } while (0)
+    // The same, then the comparison of two frame cells by its outcome mask
+    // and the conditional jump (c_jmpe or c_jmpn by which).
+#define LOOP_TAIL(n, expr, which, taken)                                                       \
+    HANDLER(Loc_##n##_Test##which) {                                                           \
+        B_LOC(e->a & 0xFFFF, e->a >> 16, sx16(e->c & 0xFFFF), expr);                            \
+        const uint32_t mask_ = e->c >> 16;                                                     \
+        PUSH_LV2(e->b & 0xFFFF, e->b >> 16);                                                   \
+        B_BIN_KNOWN(x_, y_, TVM_TRUTH(mask_ >> (2 * (TVM_S(a) > TVM_S(b)) + (a == b)) & 1));   \
+        B_POPVAL_KNOWN(a1);                                                                    \
+        B_BRANCH(k_Loc_##n##_Test##which, taken);                                              \
+    }
 #define HANDLERS_IMM(n, expr)                                \
     HANDLER(n) {                                             \
         B_IMM(e->b, expr);                                   \
@@ -889,14 +942,11 @@ dispatch:
     BRANCHING(n, B_IMM(e->b, expr))                          \
     BRANCHING(LV_##n, PUSH_LV(e->a); B_IMM_KNOWN(x_, e->b, expr)) \
     HANDLER(Loc_##n) {                                       \
-        const uint32_t r_ = REF(e->a + bp, 0u);              \
-        PUSH(r_);                                            \
-        PUSH_LV(e->b);                                       \
-        B_IMM_KNOWN(x_, e->c, expr);                         \
-        B_LET_KNOWN(r_, a1);                                 \
-        B_POPVAL_KNOWN(a3);                                  \
+        B_LOC(e->a, e->b, e->c, expr);                       \
         NEXT_FIXED(k_Loc_##n);                               \
-    }
+    }                                                        \
+    LOOP_TAIL(n, expr, E, result == 0)                       \
+    LOOP_TAIL(n, expr, N, result != 0)
 #define HANDLERS_BIN(n, expr)                                \
     HANDLER(n) {                                             \
         B_BIN(expr);                                         \
