@@ -197,6 +197,19 @@ struct IdiomProgram {
                 jump(rng.one_in(2) ? "c_jmpn" : "c_jmpe");
                 break;
             case 2:  // x = expression; g = g op expression;
+                if (rng.one_in(3)) {  // g = h + (x op y)
+                    ins("push_char").u8(rng.below(4));
+                    ins(rng.one_in(4) ? "push_aint" : "push_along");
+                    addr(global());
+                    ins("push_vlong");
+                    addr(global());
+                    for (int k = 0; k < 2; ++k) ins("push_lvlong"), addr(local());
+                    binary();
+                    ins(rng.one_in(2) ? "cal_add" : "cal_sub");
+                    ins("c_let");
+                    ins("pop_val");
+                    break;
+                }
                 reference();
                 rng.one_in(3) ? (ins("push_vlong"), addr(global())) : operand();
                 if (rng.one_in(2)) operand(), binary();

@@ -42,7 +42,9 @@ enum Kind : uint16_t {
 #define X(k) k_##k,
 #define ENUM_IMM(n, expr) \
     k_##n, k_LV_##n, k_##n##_PBe, k_##n##_PBn, k_LV_##n##_PBe, k_LV_##n##_PBn, k_Loc_##n, k_Loc_##n##_TestE, k_Loc_##n##_TestN,
-#define ENUM_BIN(n, expr) k_##n, k_LV_##n, k_LVLV_##n, k_##n##_PBe, k_##n##_PBn, k_LVLV_##n##_PBe, k_LVLV_##n##_PBn, k_##n##_LetPop,
+#define ENUM_BIN(n, expr)                                                                                          \
+    k_##n, k_LV_##n, k_LVLV_##n, k_##n##_PBe, k_##n##_PBn, k_LVLV_##n##_PBe, k_LVLV_##n##_PBn, k_##n##_LetPop, k_GAdd_##n, \
+        k_GSub_##n,
     TVM_FAST_KINDS(X) TVM_FAST_OPERATOR_KINDS(ENUM)
 #undef X
     kKinds
@@ -53,7 +55,7 @@ struct ImmKinds {
     uint16_t single, lv, pbe, pbn, lv_pbe, lv_pbn, loc, loc_teste, loc_testn;
 };
 struct BinKinds {
-    uint16_t single, lv, lvlv, pbe, pbn, lvlv_pbe, lvlv_pbn, letpop;
+    uint16_t single, lv, lvlv, pbe, pbn, lvlv_pbe, lvlv_pbn, letpop, gadd, gsub;
 };
 #define TABLE_IMM(n, expr) {ENUM_IMM(n, expr)},
 #define TABLE_BIN(n, expr) {ENUM_BIN(n, expr)},
@@ -99,6 +101,7 @@ constexpr uint32_t kind_len(uint16_t k, bool wide) {
         if (k == o.pbe || k == o.pbn) return 2 + branch;
         if (k == o.lvlv_pbe || k == o.lvlv_pbn) return 2 * ad + 2 + branch;
         if (k == o.letpop) return 3;
+        if (k == o.gadd || k == o.gsub) return 2 + 4 * ad + 4;
     }
     return 0;
 }
@@ -125,6 +128,7 @@ constexpr int64_t kind_parts(uint16_t k) {
         if (k == o.lv) return 2;
         if (k == o.lvlv || k == o.pbe || k == o.pbn || k == o.letpop) return 3;
         if (k == o.lvlv_pbe || k == o.lvlv_pbn) return 5;
+        if (k == o.gadd || k == o.gsub) return 9;
     }
     return 1;
 }
@@ -341,8 +345,15 @@ FastOp decode_parts(const uint8_t* code, uint32_t code_end, uint32_t at, bool wi
     }
     if (f.kind == k_PopVal && branch(1)) return fused(pick(1, k_PopJmpe, k_PopJmpn), 2, 0, 0, 0, s[1].d);
     if (f.kind == k_Let && is(1, k_PopVal)) return fused(k_LetPop, 2);
-    if (f.kind == k_Const1 && is(1, k_ARef) && is(2, k_VLong))
+    if (f.kind == k_Const1 && is(1, k_ARef) && is(2, k_VLong)) {
+        // g = h + (x op y) or g = h - (x op y), g a long: the store's
+        // address is known here; the two frame offsets packed in one field.
+        if (is(3, k_LVLong) && is(4, k_LVLong) && n > 8 && s[1].b == 0 && (is(6, k_cal_add) || is(6, k_cal_sub)) &&
+            is(7, k_Let) && is(8, k_PopVal) && (s[3].a | s[4].a) < 0x10000)
+            if (const BinKinds* o = bin_kinds(s[5].kind))
+                return fused(is(6, k_cal_add) ? o->gadd : o->gsub, 9, s[1].a | f.a << 24, s[2].a, s[3].a | s[4].a << 16);
         return fused(k_ConstARefV, 3, f.a, s[1].a, s[1].b, s[2].a);
+    }
     if (f.kind == k_Const1 && (is(1, k_ARef) || is(1, k_LARef)))
         return fused(s[1].kind == k_ARef ? k_ConstARef : k_ConstLARef, 2, f.a, s[1].a, s[1].b);
     if (constexpr uint8_t kAddBp = op_code("add_bp"); f.kind == k_Call && f.d < code_end && code[f.d] == kAddBp) {
@@ -453,8 +464,9 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t max_steps) {
 #define LABEL_IMM(n, expr)                                                                            \
     &&L_##n, &&L_LV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LV_##n##_PBe, &&L_LV_##n##_PBn, &&L_Loc_##n, \
         &&L_Loc_##n##_TestE, &&L_Loc_##n##_TestN,
-#define LABEL_BIN(n, expr) \
-    &&L_##n, &&L_LV_##n, &&L_LVLV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LVLV_##n##_PBe, &&L_LVLV_##n##_PBn, &&L_##n##_LetPop,
+#define LABEL_BIN(n, expr)                                                                                       \
+    &&L_##n, &&L_LV_##n, &&L_LVLV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LVLV_##n##_PBe, &&L_LVLV_##n##_PBn, \
+        &&L_##n##_LetPop, &&L_GAdd_##n, &&L_GSub_##n,
     static const void* const labels[kKinds] = {TVM_FAST_KINDS(X) TVM_FAST_OPERATOR_KINDS(LABEL)};
 #undef X
 #define DISPATCH() goto* labels[e->kind]
@@ -642,7 +654,9 @@ dispatch:
     case k_##n##_PBn: goto L_##n##_PBn;           \
     case k_LVLV_##n##_PBe: goto L_LVLV_##n##_PBe; \
     case k_LVLV_##n##_PBn: goto L_LVLV_##n##_PBn; \
-    case k_##n##_LetPop: goto L_##n##_LetPop;
+    case k_##n##_LetPop: goto L_##n##_LetPop;     \
+    case k_GAdd_##n: goto L_GAdd_##n;             \
+    case k_GSub_##n: goto L_GSub_##n;
         TVM_FAST_KINDS(X)
         TVM_FAST_OPERATOR_KINDS(CASE)
 #undef X
@@ -929,6 +943,25 @@ dispatch:
         B_POPVAL_KNOWN(a1);                                                                    \
         B_BRANCH(k_Loc_##n##_Test##which, taken);                                              \
     }
+    // g = h op2 (x op y): push_char k, push_along g, push_vlong h, two frame
+    // loads, the two operators, c_let and pop_val.
+#define ACCUMULATE_TO(n, expr, which, op2)                              \
+    HANDLER(G##which##_##n) {                                           \
+        const uint32_t k_ = e->a >> 24;                                 \
+        PUSH(k_);                                                       \
+        top = static_cast<uint8_t>(top - 4);                            \
+        const uint32_t r_ = REF((e->a & 0xFFFFFF) + k_, 0u);            \
+        PUSH(r_);                                                       \
+        const uint32_t v_ = ram_read4(ram, base + e->b);                \
+        PUSH(v_);                                                       \
+        PUSH_LV2(e->c & 0xFFFF, e->c >> 16);                            \
+        B_BIN_KNOWN(x_, y_, expr);                                      \
+        B_BIN_KNOWN(v_, a1, op2);                                       \
+        B_LET_KNOWN(r_, a1);                                            \
+        B_POPVAL_KNOWN(a3);                                             \
+        NEXT_FIXED(k_G##which##_##n);                                   \
+    }
+#define ACCUMULATE(n, expr) ACCUMULATE_TO(n, expr, Add, a + b) ACCUMULATE_TO(n, expr, Sub, a - b)
 #define HANDLERS_IMM(n, expr)                                \
     HANDLER(n) {                                             \
         B_IMM(e->b, expr);                                   \
@@ -971,6 +1004,7 @@ dispatch:
         NEXT_FIXED(k_##n##_LetPop);                          \
     }
     TVM_FAST_OPERATOR_KINDS(HANDLERS)
+    TVM_BINARY_OPS(ACCUMULATE)
 
 out:
     SYNC_OUT(static_cast<uint32_t>(e - ops));
