@@ -29,7 +29,8 @@ namespace {
 // ConstARefV the same and a global load (the start of `g = g op ...`);
 // CallEnter c_call into an add_bp; LVSubBp `return local`. Loc_op_TestE/N
 // is the tail of a counted loop: `local = local op k` and a comparison of two
-// frame cells deciding a c_jmpe/c_jmpn.
+// frame cells deciding a c_jmpe/c_jmpn. GAdd_op/GSub_op is the statement
+// `g = h + (x op y)` (or minus) on a long global and two frame cells.
 #define TVM_FAST_KINDS(X)                                                                                      \
     X(Decode) X(Fallback) X(Nop) X(Const) X(Const1) X(VChar) X(VInt) X(VLong) X(LVChar) X(LVInt) X(LVLong)     \
     X(GChar) X(GInt) X(GLong) X(LGChar) X(LGInt) X(LGLong) X(ARef) X(LARef) X(LLong) X(Ax) X(Let) X(Letx)      \
