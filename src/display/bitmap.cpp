@@ -32,18 +32,32 @@ uint8_t source_byte(Machine& m, const BitmapSource& s, uint32_t off) {
     return lRamRead(m, s.guest + off);
 }
 
-// Pixel `col` of bitmap row `row` (0/1 in mode 1, 0-15 in mode 4, a byte in mode 8).
-uint8_t source_pixel(Machine& m, const BitmapSource& s, Fmt f, uint32_t bpr, uint32_t row, uint32_t col) {
-    const uint32_t base = row * bpr;
+// Pixels in a source byte.
+constexpr uint32_t pixels_per_byte(Fmt f) { return f == Fmt::mono ? 8 : f == Fmt::grey ? 2 : 1; }
+
+// Pixel `col` of a row whose bytes start at `bytes` (0/1 in mode 1, 0-15 in
+// mode 4, a byte in mode 8).
+template <Fmt f>
+uint8_t pixel_at(const uint8_t* bytes, uint32_t col) {
     switch (f) {
-        case Fmt::mono: return (source_byte(m, s, base + col / 8) & msktbl[col % 8]) ? 1 : 0;
-        case Fmt::grey: {
-            const uint8_t b = source_byte(m, s, base + col / 2);
-            return (col & 1) ? (b & 15) : (b >> 4);
-        }
-        case Fmt::byte: return source_byte(m, s, base + col);
+        case Fmt::mono: return (bytes[col / 8] & msktbl[col % 8]) ? 1 : 0;
+        case Fmt::grey: return (col & 1) ? (bytes[col / 2] & 15) : (bytes[col / 2] >> 4);
+        case Fmt::byte: return bytes[col];
     }
     return 0;
+}
+
+// Copies the source bytes that hold the n visible pixels of bitmap row
+// `row` (from column c0 on, or from the far end when mirrored) into bytes,
+// each read once; returns the first of those pixels' column in the copy.
+template <Fmt f>
+uint32_t source_row(Machine& m, const BitmapSource& s, uint32_t bpr, uint32_t w, uint32_t row, uint32_t c0,
+                    uint32_t n, bool mirror, uint8_t* bytes) {
+    constexpr uint32_t per = pixels_per_byte(f);
+    const uint32_t lo = mirror ? w - c0 - n : c0;  // the first source column used
+    const uint32_t b0 = lo / per, nb = (lo + n - 1) / per - b0 + 1;
+    for (uint32_t b = 0; b < nb; ++b) bytes[b] = source_byte(m, s, row * bpr + b0 + b);
+    return lo - b0 * per;
 }
 
 uint8_t inverted(Fmt f, uint8_t s) {
@@ -85,14 +99,22 @@ bool mirrors(Fmt f, uint32_t w) {
     return false;
 }
 
-// Combines a row of source pixels into the screen with draw mode cmd; one
-// loop per mode, so that each is a plain loop the compiler can vectorise.
+// Combines n source pixels, from column `first` of the source bytes on (or
+// back from its far end when mirrored), into a screen row with draw mode
+// cmd: one plain loop per mode. The pixels are unpacked in the same loop, so
+// that no row of them is stored byte by byte and read back in wider pieces.
 template <Fmt f>
-void combine_row(uint8_t cmd, uint8_t* dst, const uint8_t* px, int32_t n) {
+void combine_row(uint8_t cmd, uint8_t* dst, const uint8_t* bytes, uint32_t first, uint32_t n, bool mirror) {
+    auto ahead = [&](uint32_t i) { return pixel_at<f>(bytes, first + i); };
+    auto back = [&](uint32_t i) { return pixel_at<f>(bytes, first + n - 1 - i); };
     switch (cmd & 15) {
-#define TVM_ROW(c) \
-    case c:        \
-        for (int32_t i = 0; i < n; ++i) dst[i] = combine(f, c, dst[i], px[i]); \
+#define TVM_ROW(c)                                                                         \
+    case c:                                                                                \
+        if (mirror) {                                                                      \
+            for (uint32_t i = 0; i < n; ++i) dst[i] = combine(f, c, dst[i], back(i));      \
+        } else {                                                                           \
+            for (uint32_t i = 0; i < n; ++i) dst[i] = combine(f, c, dst[i], ahead(i));     \
+        }                                                                                  \
         return;
         TVM_ROW(0) TVM_ROW(1) TVM_ROW(2) TVM_ROW(3) TVM_ROW(4) TVM_ROW(5) TVM_ROW(6) TVM_ROW(7)
         TVM_ROW(8) TVM_ROW(9) TVM_ROW(10) TVM_ROW(11) TVM_ROW(12) TVM_ROW(13) TVM_ROW(14) TVM_ROW(15)
@@ -136,16 +158,13 @@ void blit(Machine& m, const Pen& pen, uint16_t x16, uint16_t y16, uint16_t w16, 
     }
     if (h <= 0 || cols <= 0) return;
 
-    uint8_t px[320];  // one row's source pixels (cols is at most the screen width)
+    uint8_t bytes[322];  // one row's source bytes (cols is at most the screen width, 320)
+    const uint32_t n = static_cast<uint32_t>(cols);
     for (int32_t r = 0; r < h; ++r) {
         uint8_t* dst = m.ScreenBuffer + ByteAddr(static_cast<uint16_t>(x), static_cast<uint16_t>(y + r), pen.no_buf);
         const uint32_t row = src_row + static_cast<uint32_t>(r);
-        for (int32_t i = 0; i < cols; ++i) {
-            uint32_t col = src_col + static_cast<uint32_t>(i);
-            if (mirror) col = w - 1 - col;
-            px[i] = source_pixel(m, data, f, bpr, row, col);
-        }
-        combine_row<f>(cmd, dst, px, cols);
+        const uint32_t first = source_row<f>(m, data, bpr, w, row, src_col, n, mirror, bytes);
+        combine_row<f>(cmd, dst, bytes, first, n, mirror);
     }
 }
 
