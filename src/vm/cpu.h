@@ -3,10 +3,8 @@
 
 #include <bit>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include "vm/wait.h"
@@ -41,14 +39,12 @@ struct TvxImage {
     std::unique_ptr<FastCode, FastCodeFree> fast;
 };
 
+// Guest memory, kRamSize zero bytes whose pages are touched only when used
+// (throws std::bad_alloc), and its release.
+uint8_t* new_guest_ram();
 struct GuestRamFree {
-    void operator()(uint8_t* p) const { std::free(p); }
+    void operator()(uint8_t* p) const;
 };
-inline uint8_t* new_guest_ram() {
-    auto* p = static_cast<uint8_t*>(std::calloc(kRamSize, 1));
-    if (!p) throw std::bad_alloc();
-    return p;
-}
 
 // The registers of the running program that a program keeps while it runs
 // another: saved and restored as a whole.
