@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "base/opcode_list.h"
@@ -439,7 +440,8 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t max_steps) {
         m.lPC = (pc);                           \
     } while (0)
     // The parts of an entry of kind k counted; then on to entry e.
-#define COUNT(k) (spare -= kind_parts(k))
+    // (A constant the compiler must fold: some would call kind_parts here.)
+#define COUNT(k) (spare -= std::integral_constant<int64_t, kind_parts(k)>::value)
 #define CONTINUE()              \
     do {                        \
         if (spare < 0) goto out; \
@@ -623,8 +625,9 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t max_steps) {
         if (!(taken)) NEXT_FIXED(k);     \
         if (m.force_exit_tvx) {          \
             e += e->len - 4;             \
-            spare -= kind_parts(k) - 1;  \
-            goto L_Fallback;             \
+            COUNT(k);                    \
+            ++spare; /* the jump: */     \
+            goto L_Fallback; /* counts */\
         }                                \
         COUNT(k);                        \
         e = ops + e->d;                  \
@@ -860,7 +863,8 @@ dispatch:
     }
     HANDLER(LVSubBp) {
         B_LV(e->a);
-        e += kind_len(k_LVLong, wide);  // at the sub_bp, which goes on as alone
+        constexpr uint32_t load_len = kind_len(k_LVLong, wide);
+        e += load_len;  // at the sub_bp, which goes on as alone
         COUNT(k_LVLong);
         goto L_SubBp;
     }
