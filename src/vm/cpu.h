@@ -39,13 +39,6 @@ struct TvxImage {
     std::unique_ptr<FastCode, FastCodeFree> fast;
 };
 
-// Guest memory, kRamSize zero bytes whose pages are touched only when used
-// (throws std::bad_alloc), and its release.
-uint8_t* new_guest_ram();
-struct GuestRamFree {
-    void operator()(uint8_t* p) const;
-};
-
 // The registers of the running program that a program keeps while it runs
 // another: saved and restored as a whole.
 struct TaskRegisters {
@@ -89,10 +82,10 @@ struct Cpu : TaskRegisters {
     WaitState wait;
     bool wait_retry = false;  // the next instruction is a key call running again
 
-    // Guest memory, allocated zeroed on its own: pages a program never uses
-    // are never touched, and a new machine costs no 1 MiB clearing.
-    std::unique_ptr<uint8_t, GuestRamFree> ram_block{new_guest_ram()};
-    uint8_t* tovix_ram = ram_block.get();
+    // Guest memory. No initialiser: a Machine is allocated as zero pages
+    // (Machine::operator new), so that the pages a program never uses are
+    // never touched and a new machine costs no 1 MiB clearing.
+    uint8_t tovix_ram[kRamSize];
     bool ram_pristine = true;  // still all zero: the first program load need not clear it
     uint8_t negative_tbl[256] = {};
 };

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 
 #include "display/console.h"
 #include "display/present.h"
@@ -17,6 +18,13 @@
 struct Machine : Cpu, Screen, Console, Keys, ClockState, Tasks, Presentation, Files {
     Host* host = &default_host();
     GuestClock clock;
+
+    // Machines live on the heap, in memory that is zero when handed out;
+    // the constructor sets what has initialisers and leaves the rest (the
+    // guest memory above all) as those zero bytes.
+    Machine();
+    static void* operator new(std::size_t size);
+    static void operator delete(void* p, std::size_t size);
 };
 
 // Formats into a 1,024-byte buffer (longer output is cut) and writes it to
