@@ -462,7 +462,9 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t max_steps) {
         COUNT(k);                                       \
         CONTINUE();                                     \
     } while (0)
-#if defined(__GNUC__)
+    // Computed goto where the compiler has it; a switch otherwise, or when
+    // TVM_FAST_SWITCH is defined (to build and test that form with GCC).
+#if defined(__GNUC__) && !defined(TVM_FAST_SWITCH)
 #define X(k) &&L_##k,
 #define LABEL_IMM(n, expr)                                                                            \
     &&L_##n, &&L_LV_##n, &&L_##n##_PBe, &&L_##n##_PBn, &&L_LV_##n##_PBe, &&L_LV_##n##_PBn, &&L_Loc_##n, \
@@ -635,7 +637,7 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t max_steps) {
     } while (0)
 
     DISPATCH();
-#if !defined(__GNUC__)
+#if !defined(__GNUC__) || defined(TVM_FAST_SWITCH)
 dispatch:
     switch (e->kind) {
 #define X(k) \
@@ -670,7 +672,7 @@ dispatch:
 
     HANDLER(Decode) {
         *e = decode(code, code_end, static_cast<uint32_t>(e - ops), wide);
-#if defined(__GNUC__)
+#if defined(__GNUC__) && !defined(TVM_FAST_SWITCH)
         goto* labels[e->kind];
 #else
         goto dispatch;
