@@ -104,14 +104,12 @@ TEST(GetBlock, RowWidthsOffsetsAndAreasPastTheStore) {
     s.vis(2, 1) = 255;                                                 // any non-zero value is ink
     s.poke(kBmp, {0xEE, 0xEE, 0xEE, 0xEE});
     s.call(c_getblock, {5, 0, 12, 2, 0x40, kBmp});  // x rounds down to 0; 12 pixels give 1 byte
-    EXPECT_EQ(s.peek(kBmp), 0x92);
-    EXPECT_EQ(s.peek(kBmp + 1), 0x20);
-    EXPECT_EQ(s.peek(kBmp + 2), 0xEE);
+    const uint8_t mono[] = {0x92, 0x20, 0xEE};  // the third byte is left alone
+    for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(s.peek(kBmp + i), mono[i]) << i;
 
     ScreenVm g(4);
     for (int x = 0; x < 12; ++x) g.buf(x, 0) = static_cast<uint8_t>(x + 1);
-    g.buf(0, 1) = 0x1F;  // only the low nibble of the second pixel and the low 4 bits of p * 16 count
-    g.buf(1, 1) = 0x1F;
+    g.buf(0, 1) = g.buf(1, 1) = 0x1F;  // only the low nibble of the second pixel and the low 4 bits of p * 16 count
     g.poke(kBmp, {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE});
     g.call(c_getblock, {0, 0, 12, 2, 0x00, kBmp});  // 12 pixels give 4 bytes (8 pixels)
     const uint8_t want[] = {0x12, 0x34, 0x56, 0x78, 0xFF, 0x00};
@@ -125,8 +123,7 @@ TEST(GetBlock, RowWidthsOffsetsAndAreasPastTheStore) {
     EXPECT_EQ(c.peek(kBmp + 12), 0xEE);
 
     // A negative y skips destination rows.
-    c.vis(0, 0) = 5;
-    c.vis(0, 1) = 6;
+    c.vis(0, 0) = 5, c.vis(0, 1) = 6;
     c.poke(kBmp, {0xEE, 0xEE, 0xEE, 0xEE});
     c.call(c_getblock, {0, 65535, 2, 3, 0x40, kBmp});  // y = -1: the first two bytes are skipped
     EXPECT_EQ(c.peek(kBmp), 0xEE);

@@ -70,31 +70,28 @@ std::string run_side_by_side(Vm& ref, Vm& fast, Rng& rng, uint64_t budget) {
     return diff.empty() ? diff : "at the end:" + diff;
 }
 
-void wild_registers(Vm& v, Rng& rng) {
-    v.m->local_bp = rng();
-    v.m->local_sp = rng();
-    v.m->lRam = rng() & kRamMask;
-    v.m->eval_top = static_cast<uint8_t>(rng() & 0xFC);
+// The same wild registers in both machines.
+void wild_registers(Vm& ref, Vm& fast, uint32_t seed) {
+    for (Vm* v : {&ref, &fast}) {
+        Rng same{std::mt19937(seed)};
+        v->m->local_bp = same(), v->m->local_sp = same(), v->m->lRam = same() & kRamMask;
+        v->m->eval_top = static_cast<uint8_t>(same() & 0xFC);
+    }
 }
 
 TEST(Engines, RandomProgramsRunAlikeAndNeverEscape) {
     for (uint32_t round = 0; round < 300; ++round) {
         Rng rng{std::mt19937(round)};
         Code c;
-        const uint32_t n = rng.below(64);
-        for (uint32_t i = 0; i < n; ++i) {
-            // Mostly instructions, so that programs run for a while.
+        // Mostly instructions, so that programs run for a while.
+        for (uint32_t i = rng.below(64); i > 0; --i) {
             const uint32_t r = rng();
             c.u8((r & 3) ? r % 0x75 : (r >> 8) & 0xFF);
         }
         const uint8_t flags = static_cast<uint8_t>(rng()), w = static_cast<uint8_t>(rng()), h = static_cast<uint8_t>(rng());
-        const uint32_t seed = rng();
         Vm ref(c, flags, w, h), fast(c, flags, w, h);
-        for (Vm* v : {&ref, &fast}) {
-            v->m->single_program_mode = round % 2;
-            Rng same{std::mt19937(seed)};
-            wild_registers(*v, same);
-        }
+        ref.m->single_program_mode = fast.m->single_program_mode = round % 2;
+        wild_registers(ref, fast, rng());
         const std::string diff = run_side_by_side(ref, fast, rng, 2000);
         EXPECT_EQ(diff, "") << "random program " << round;
         EXPECT_LT(fast.m->lPC, fast.m->code_end + kImagePad);
@@ -119,34 +116,35 @@ struct IdiomProgram {
         return c.op(name);
     }
     void addr(uint32_t v) { wide ? c.u24(v) : c.u16(v); }
+    void op(std::string_view name, uint32_t address) { ins(name), addr(address); }
     uint32_t local() { return 5 + 4 * rng.below(6); }
     uint32_t global() { return 0x2000 + 4 * rng.below(8); }
     void imm16() { c.u16(rng.one_in(4) ? rng() : rng.below(20)); }
     void constant() {
-        switch (rng.below(3)) {
-            case 0: ins("push_char").u8(rng.below(20)); break;
-            case 1: ins("push_int"); imm16(); break;
-            default: ins("push_long").u32(rng.one_in(2) ? rng() : rng.below(100)); break;
-        }
+        if (const uint32_t k = rng.below(3); k == 0) ins("push_char").u8(rng.below(20));
+        else if (k == 1) ins("push_int"), imm16();
+        else ins("push_long").u32(rng.one_in(2) ? rng() : rng.below(100));
     }
     void load() {
         static constexpr std::string_view loads[] = {"push_lvlong", "push_lvint", "push_lvchar",
                                                      "push_vlong", "push_vint", "push_vchar"};
         const auto name = loads[rng.one_in(2) ? 0 : rng.below(6)];
-        ins(name);
-        addr(name.starts_with("push_lv") ? local() : global());
+        op(name, name.starts_with("push_lv") ? local() : global());
     }
     void operand() { rng.one_in(3) ? constant() : load(); }
-    void binary() {
-        static constexpr std::string_view ops[] = {"cal_add", "cal_sub", "cal_mul", "cal_less", "cal_great",
-                                                   "cal_equ", "cal_neq", "cal_le", "cal_ge", "cal_and",
+    // Any binary operator; the first six compare.
+    void binary(uint32_t among = 13) {
+        static constexpr std::string_view ops[] = {"cal_less", "cal_great", "cal_equ", "cal_neq", "cal_le",
+                                                   "cal_ge", "cal_add", "cal_sub", "cal_mul", "cal_and",
                                                    "cal_lshift", "cal_div", "cal_mod"};
-        ins(ops[rng.below(13)]);
+        ins(ops[rng.below(among)]);
     }
+    void branch() { ins("pop_val"), jump(rng.one_in(2) ? "c_jmpn" : "c_jmpe"); }
+    void let() { ins("c_let"), ins("pop_val"); }
     void immediate() {
-        static constexpr std::string_view ops[] = {"cal_qadd", "cal_qsub", "cal_qless", "cal_qgreat", "cal_qequ",
-                                                   "cal_qneq", "cal_qle", "cal_qge", "cal_qmul", "cal_qlshift",
-                                                   "cal_qrshift", "cal_qdiv"};
+        static constexpr std::string_view ops[] = {
+            "cal_qadd", "cal_qsub", "cal_qless", "cal_qgreat", "cal_qequ", "cal_qneq",
+            "cal_qle", "cal_qge", "cal_qmul", "cal_qlshift", "cal_qrshift", "cal_qdiv"};
         ins(ops[rng.below(12)]);
         imm16();
     }
@@ -156,62 +154,46 @@ struct IdiomProgram {
         c.u24(0);
     }
     void reference() {
-        if (rng.one_in(2)) {
-            ins("push_llong");
-            addr(local());
-        } else {
-            rng.one_in(2) ? (void)ins("push_char").u8(rng.below(4)) : operand();
-            static constexpr std::string_view refs[] = {"push_along", "push_aint", "push_achar", "push_lalong"};
-            const auto name = refs[rng.below(4)];
-            ins(name);
-            addr(name == "push_lalong" ? local() : global());
-        }
+        if (rng.one_in(2)) return op("push_llong", local());
+        rng.one_in(2) ? (void)ins("push_char").u8(rng.below(4)) : operand();
+        static constexpr std::string_view refs[] = {"push_along", "push_aint", "push_achar", "push_lalong"};
+        const auto name = refs[rng.below(4)];
+        op(name, name == "push_lalong" ? local() : global());
     }
     void piece() {
         switch (rng.below(12)) {
             case 0: {  // i = i + k; and often a loop's test: while (i < n)
                 const uint32_t i = local();
-                ins("push_llong");
-                addr(i);
-                ins("push_lvlong");
-                addr(rng.one_in(4) ? local() : i);
+                op("push_llong", i);
+                op("push_lvlong", rng.one_in(4) ? local() : i);
                 immediate();
-                ins("c_let");
-                ins("pop_val");
+                let();
                 if (rng.one_in(3)) break;
-                ins("push_lvlong");
-                addr(i);
-                ins("push_lvlong");
-                addr(local());
-                static constexpr std::string_view tests[] = {"cal_less", "cal_great", "cal_equ",
-                                                             "cal_neq", "cal_le", "cal_ge"};
-                ins(tests[rng.below(6)]);
-                ins("pop_val");
-                jump(rng.one_in(2) ? "c_jmpn" : "c_jmpe");
+                op("push_lvlong", i);
+                op("push_lvlong", local());
+                binary(6);
+                branch();
                 break;
             }
             case 1:  // if (x < k) / while (a < b)
                 operand();
                 rng.one_in(2) ? (operand(), binary()) : immediate();
-                ins("pop_val");
-                jump(rng.one_in(2) ? "c_jmpn" : "c_jmpe");
+                branch();
                 break;
-            case 2:  // x = expression; g = g op expression;
-                if (rng.one_in(3)) {  // g = h + (x op y)
+            case 2:  // x = expression; g = g op expression; g = h + (x op y)
+                if (rng.one_in(3)) {
                     ins("push_char").u8(rng.below(4));
-                    ins(rng.one_in(4) ? "push_aint" : "push_along");
-                    addr(global());
-                    ins("push_vlong");
-                    addr(global());
-                    for (int k = 0; k < 2; ++k) ins("push_lvlong"), addr(local());
+                    op(rng.one_in(4) ? "push_aint" : "push_along", global());
+                    op("push_vlong", global());
+                    op("push_lvlong", local());
+                    op("push_lvlong", local());
                     binary();
                     ins(rng.one_in(2) ? "cal_add" : "cal_sub");
-                    ins("c_let");
-                    ins("pop_val");
+                    let();
                     break;
                 }
                 reference();
-                rng.one_in(3) ? (ins("push_vlong"), addr(global())) : operand();
+                rng.one_in(3) ? op("push_vlong", global()) : operand();
                 if (rng.one_in(2)) operand(), binary();
                 ins("c_let");
                 if (rng.one_in(4)) ins("c_letx").u8(rng.one_in(2) ? 4 : 0x81);
@@ -222,15 +204,15 @@ struct IdiomProgram {
                 jump("c_call");
                 break;
             case 4: operand(); operand(); binary(); break;
-            case 5: reference(); ins("push_ax"); addr(global()); break;
+            case 5: reference(); op("push_ax", global()); break;
             case 6: jump("c_jmp"); break;
             case 7:  // return, often with a local as the result
-                if (rng.one_in(2)) ins("push_lvlong"), addr(local());
+                if (rng.one_in(2)) op("push_lvlong", local());
                 ins("sub_bp");
                 break;
             case 8: ins("c_debug").u24(rng.below(1000)); ins("c_funcid").u24(rng.below(50)); break;
             case 9: ins("pop_val"); break;
-            case 10: ins("set_sp"); addr(0x4000 + rng.below(64)); break;
+            case 10: op("set_sp", 0x4000 + rng.below(64)); break;
             default:  // any instruction, operand bytes at random
                 starts.push_back(at());
                 c.u8(rng.below(0x75));
@@ -240,8 +222,7 @@ struct IdiomProgram {
     }
     void function() {
         functions.push_back(at());
-        ins("add_bp");
-        addr(8 + 4 * rng.below(8));
+        op("add_bp", 8 + 4 * rng.below(8));
         c.u8(rng.below(3));
     }
     // Fills the jump and call operands: calls mostly go to a frame, jumps to
@@ -251,8 +232,7 @@ struct IdiomProgram {
             uint32_t t = call && !functions.empty() && !rng.one_in(4) ? functions[rng.below(static_cast<uint32_t>(functions.size()))]
                                                                     : starts[rng.below(static_cast<uint32_t>(starts.size()))];
             if (rng.one_in(40)) t = at() + rng.below(16);
-            c.b[pos] = static_cast<uint8_t>(t), c.b[pos + 1] = static_cast<uint8_t>(t >> 8),
-            c.b[pos + 2] = static_cast<uint8_t>(t >> 16);
+            for (int k = 0; k < 3; ++k) c.b[pos + k] = static_cast<uint8_t>(t >> 8 * k);
         }
     }
 };
@@ -267,13 +247,7 @@ TEST(Engines, CommonSequencesRunAlike) {
         p.link();
         const uint8_t flags = bits == 16 ? 0 : bits == 24 ? 0x80 : 0x10;  // the address-width bits
         Vm ref(p.c, flags), fast(p.c, flags);
-        if (rng.one_in(10)) {
-            const uint32_t seed = rng();
-            for (Vm* v : {&ref, &fast}) {
-                Rng same{std::mt19937(seed)};
-                wild_registers(*v, same);
-            }
-        }
+        if (rng.one_in(10)) wild_registers(ref, fast, rng());
         const std::string diff = run_side_by_side(ref, fast, rng, 5000);
         EXPECT_EQ(diff, "") << "program " << round << " (" << bits << "-bit)";
     }
