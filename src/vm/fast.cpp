@@ -556,19 +556,18 @@ uint64_t run_decoded(Machine& m, FastCode& fc, uint64_t max_steps) {
     // from there instead of reading them back (the cells are written all
     // the same).
 #define LOAD_LV(x) ram_read4(ram, fb + (x))
+    // (a3 is set first, so that y may name a1.)
 #define B_IMM_KNOWN(v, k, expr)              \
     do {                                     \
         top = static_cast<uint8_t>(top - 4); \
-        a1 = (v);                            \
         a3 = (k);                            \
+        a1 = (v);                            \
         B_APPLY(expr);                       \
     } while (0)
 #define B_BIN_KNOWN(x, y, expr)              \
     do {                                     \
-        top = static_cast<uint8_t>(top - 8); \
-        a3 = (y);                            \
-        a1 = (x);                            \
-        B_APPLY(expr);                       \
+        top = static_cast<uint8_t>(top - 4); \
+        B_IMM_KNOWN(x, y, expr);             \
     } while (0)
 #define B_BIN_TOP(y, expr)                   \
     do {                                     \
@@ -760,12 +759,13 @@ dispatch:
     }
     // push_char index, then the reference that pops it (plus bp for a
     // frame array): the index cell is written and replaced by the reference.
-#define B_CONST_REF(frame)                                \
-    do {                                                  \
-        PUSH(e->a);                                       \
-        top = static_cast<uint8_t>(top - 4);              \
-        PUSH(REF(e->b + (e->a & amask) + (frame), e->c)); \
+#define B_INDEX_REF(k, ref)                  \
+    do {                                     \
+        PUSH(k);                             \
+        top = static_cast<uint8_t>(top - 4); \
+        PUSH(ref);                           \
     } while (0)
+#define B_CONST_REF(frame) B_INDEX_REF(e->a, REF(e->b + (e->a & amask) + (frame), e->c))
     HANDLER(ConstARef) {
         B_CONST_REF(0);
         NEXT_FIXED(k_ConstARef);
@@ -954,11 +954,8 @@ dispatch:
     // loads, the two operators, c_let and pop_val.
 #define ACCUMULATE_TO(n, expr, which, op2)                              \
     HANDLER(G##which##_##n) {                                           \
-        const uint32_t k_ = e->a >> 24;                                 \
-        PUSH(k_);                                                       \
-        top = static_cast<uint8_t>(top - 4);                            \
-        const uint32_t r_ = REF((e->a & 0xFFFFFF) + k_, 0u);            \
-        PUSH(r_);                                                       \
+        const uint32_t k_ = e->a >> 24, r_ = REF((e->a & 0xFFFFFF) + k_, 0u); \
+        B_INDEX_REF(k_, r_);                                            \
         const uint32_t v_ = ram_read4(ram, base + e->b);                \
         PUSH(v_);                                                       \
         PUSH_LV2(e->c & 0xFFFF, e->c >> 16);                            \
